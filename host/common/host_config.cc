@@ -1,0 +1,1 @@
+#include "host/common/host_config.h"

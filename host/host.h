@@ -1,0 +1,78 @@
+#pragma once
+
+// The small public face of the host platform, for the administrator's command and the benchmarks.
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/export.h"
+
+namespace Velmar::Host {
+
+/// The version of this software, e.g. "1.0.0".
+VLM_EXPORT const char* version();
+
+/// One log event as it was emitted. References are valid during the call of an observer only.
+struct Event {
+  unsigned int code;
+  const char* name;                        ///< as in docs/log-events.md, "unknown" for other codes
+  const std::vector<std::string>& fields;  ///< raw bytes, unescaped
+};
+
+/// Calls `observer` for each event of any thread, beside the log's own sinks, until another one (or null) is set.
+/// The observer must not throw, must not log, and must be safe to call from the threads that report.
+VLM_EXPORT void setEventObserver(std::function<void(const Event&)> observer);
+
+/// Whether events are also written to stderr. The configuration decides unless this is called. Any thread.
+VLM_EXPORT void setLogToStderr(bool enabled);
+
+/// A mail as the library hands it to the queue.
+struct QueuedMail {
+  std::string id;                       ///< queue id, the file's name
+  std::string sender;                   ///< envelope sender; "" = null reverse-path
+  std::vector<std::string> recipients;  ///< envelope recipients
+  bool suppressDsn = false;
+  std::string content;                  ///< the mail, CRLF line ends
+  std::string html;                     ///< the HTML alternative with its cid: references; empty when read from the spool
+  std::string text;                     ///< the plain alternative; empty when read from the spool
+};
+
+/// From now on mails of any thread go to `sink` instead of the spool; null restores the spool.
+/// What the sink throws passes to whoever sends.
+VLM_EXPORT void setMailSink(std::function<void(const QueuedMail&)> sink);
+
+/// One entry of the spool.
+struct SpoolEntry {
+  std::string id;
+  std::string sender;
+  std::vector<std::string> recipients;
+  bool suppressDsn = false;
+  long long queuedAt = 0;       ///< seconds since the epoch
+  unsigned long long size = 0;  ///< bytes of the mail
+};
+
+/// What waits in the spool, oldest first. An entry that cannot be read throws Exception naming the file.
+VLM_EXPORT std::vector<SpoolEntry> listSpool();
+
+/// The whole mail of one entry. Throws Exception when there is none of this id or it cannot be read.
+VLM_EXPORT QueuedMail readSpool(const std::string& id);
+
+/// Names of the configured domains, in the order of the configuration. Throws Exception when it cannot be read.
+VLM_EXPORT std::vector<std::string> configuredDomains();
+
+/// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.
+/// Throws Exception when the domain's directory cannot be listed; a missing one is empty.
+VLM_EXPORT std::vector<std::string> mailboxesOfDomain(const std::string& domain);
+
+/// Adds an entry to an address list; one that is there already is no error. Throws Exception.
+VLM_EXPORT void addListEntry(const std::string& owner, const std::string& list, const std::string& entry);
+
+/// All entries of one owner as (list, entry), by list and then in the order in which they were added.
+VLM_EXPORT std::vector<std::pair<std::string, std::string>> listEntries(const std::string& owner);
+
+/// Sets the preferred language of a user; "" removes the preference. Throws Exception.
+VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);
+
+}  // namespace Velmar::Host

@@ -1,0 +1,1 @@
+int velmar_placeholder_mailbox;

@@ -1,0 +1,4 @@
+#include "platform/types.h"
+namespace Velmar {
+EmailAddress::EmailAddress() = default;
+}
