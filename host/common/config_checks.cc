@@ -12,8 +12,6 @@
 namespace Velmar::Host {
 namespace {
 
-constexpr std::size_t kMaxDomainName = 253;  // RFC 1035 section 2.3.4, as text without the final dot
-
 bool isAsciiLetterOrDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 bool isAboveAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
@@ -48,7 +46,6 @@ std::string controlFault(std::string_view text) {
 }
 
 std::string domainNameFault(std::string_view text) {
-  if (text.size() > kMaxDomainName) return "is longer than the 253 bytes of a domain name";
   if (hasEmptyPart(text)) return "is no domain name: there is nothing before, after or between its dots";
   for (const char c : text)
     if (!isAsciiLetterOrDigit(c) && !isAboveAscii(c) && c != '-' && c != '.')

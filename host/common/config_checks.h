@@ -17,7 +17,7 @@ std::size_t controlLength(std::string_view text, std::size_t at);
 /// NUL and other control characters.
 std::string controlFault(std::string_view text);
 
-/// A mail domain: ASCII letters, digits, "-" and all above ASCII, in labels between dots; at most 253 bytes.
+/// A mail domain: ASCII letters, digits, "-" and all above ASCII, in labels between dots.
 std::string domainNameFault(std::string_view text);
 
 /// A host name or IPv4 address: ASCII letters, digits, "-" and "_" in labels between dots.

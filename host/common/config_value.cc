@@ -32,9 +32,8 @@ std::string shownNode(const toml::node& node) {
   if (node.is_table()) return "(table)";
   if (node.is_array()) return "(list)";
   std::ostringstream out;
-  out.imbue(std::locale::classic());
   node.visit([&out](const auto& value) {
-    if constexpr (toml::is_value<decltype(value)>) out << std::boolalpha << value.get();
+    if constexpr (toml::is_value<decltype(value)>) out << value;
   });
   return out.str();
 }

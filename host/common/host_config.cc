@@ -17,7 +17,7 @@ namespace Velmar::Host {
 namespace {
 
 constexpr std::size_t kMaxDots = 16;
-constexpr std::size_t kMaxDomainName = 253;
+constexpr std::size_t kMaxDomainName = 253;  // RFC 1035 section 2.3.4, as text without the final dot
 constexpr std::size_t kMaxPattern = 512;
 constexpr std::size_t kMaxComponent = 255;
 constexpr std::size_t kMaxPath = 4095;              // PATH_MAX without the final NUL
@@ -109,7 +109,7 @@ constexpr Key<__aps_interface> kInterface[] = {
     {"name", kRequired, [](const ConfigValue& v, __aps_interface& i) { v.text(i.name, nullptr); }},
     {"address", kRequired,
      [](const ConfigValue& v, __aps_interface& i) {
-       i.address = parsedAddress(v.text(INET6_ADDRSTRLEN, ipAddressFault));
+       i.address = parsedAddress(v.text(INET6_ADDRSTRLEN - 1, ipAddressFault));
      }},
 };
 
