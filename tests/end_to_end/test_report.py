@@ -38,8 +38,9 @@ class ReportTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.host = Host().lay_out()
+        cls.host = Host()
         cls.addClassCleanup(cls.host.__exit__)
+        cls.host.lay_out()
         cls.started = int(time.time())
         cls.mails = {mailbox: cls.host.report(mailbox) for mailbox in expected.ACTIONS}
         cls.wanted = {mailbox: expected.report(cls.host, mailbox) for mailbox in expected.ACTIONS}

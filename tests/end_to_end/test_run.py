@@ -16,8 +16,9 @@ def harmless(name):
 
 class RunTest(unittest.TestCase):
     def setUp(self):
-        self.host = Host().lay_out()
+        self.host = Host()
         self.addCleanup(self.host.__exit__)
+        self.host.lay_out()
 
     def assert_events(self, got, want):
         self.assertEqual([(event.name, event.fields) for event in got], want)
@@ -146,8 +147,9 @@ class TemplateTest(unittest.TestCase):
     """A site's own templates and logo."""
 
     def setUp(self):
-        self.host = Host().lay_out()
+        self.host = Host()
         self.addCleanup(self.host.__exit__)
+        self.host.lay_out()
         self.templates = self.host.root / "etc/velmar/templates"
 
     def own(self, *place, html=None, header=None):
