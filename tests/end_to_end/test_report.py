@@ -2,6 +2,7 @@
 
 import base64
 import functools
+import hmac
 import re
 import time
 import unittest
@@ -43,6 +44,7 @@ class ReportTest(unittest.TestCase):
         cls.host.lay_out()
         cls.started = int(time.time())
         cls.mails = {mailbox: cls.host.report(mailbox) for mailbox in expected.ACTIONS}
+        cls.finished = int(time.time())
         cls.wanted = {mailbox: expected.report(cls.host, mailbox) for mailbox in expected.ACTIONS}
         cls.pages = {mailbox: Page(mail.html) for mailbox, mail in cls.mails.items()}
 
@@ -112,15 +114,17 @@ class ReportTest(unittest.TestCase):
             self.assert_preferences(link, mailbox)
 
     def assert_preferences(self, link, mailbox):
-        """The access value opens with the mailbox and the time at which it ends, 24 hours from when it was made."""
+        """The access value names the mailbox and an end 24 hours from when it was made, under this host's secret."""
         self.assertTrue(link.startswith(HELD_LINK), link)
         access = urllib.parse.unquote(link[len(HELD_LINK):])
         decoded = base64.urlsafe_b64decode(access + "=" * (-len(access) % 4))
-        stated = re.search(re.escape(mailbox).encode() + rb":([0-9a-f]{8,9})", decoded)
-        self.assertIsNotNone(stated, decoded)
-        digits = stated[1].decode()
-        ends = {int(digits[:length], 16) for length in (8, len(digits))}
-        self.assertTrue(any(self.started <= end - 86400 <= int(time.time()) for end in ends), digits)
+        version, text, code = decoded[:1], decoded[1:-32], decoded[-32:]
+        owner, _, end = text.decode().rpartition(":")
+        self.assertEqual((version, owner), (b"\1", mailbox))
+        self.assertTrue(self.started <= int(end, 16) - 86400 <= self.finished, end)
+        secret = (self.host.root / "var/lib/velmar/secret").read_bytes()
+        want = hmac.digest(secret, version + expected.KEY.to_bytes(4, "little") + text, "sha256")
+        self.assertEqual(code, want)
 
     @of_each_report
     def test_images_are_attached_once(self, mailbox, queued, _wanted, page):
