@@ -34,9 +34,9 @@ struct QueuedMail {
   std::string sender;                   ///< envelope sender; "" = null reverse-path
   std::vector<std::string> recipients;  ///< envelope recipients
   bool suppressDsn = false;
-  std::string content;                  ///< the mail, CRLF line ends
-  std::string html;                     ///< the HTML alternative with its cid: references; empty when read from the spool
-  std::string text;                     ///< the plain alternative; empty when read from the spool
+  std::string content;  ///< the mail, CRLF line ends
+  std::string html;     ///< the HTML alternative with its cid: references; empty when read from the spool
+  std::string text;     ///< the plain alternative; empty when read from the spool
 };
 
 /// From now on mails of any thread go to `sink` instead of the spool; null restores the spool.
