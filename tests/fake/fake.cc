@@ -15,14 +15,14 @@ struct Order {
   int times = 0;
   Failure kind = Failure::Platform;
   int seen = 0;
-  bool done = false;
+  std::string failed;
 
-  bool strikes(const std::string& called) {
+  bool strikes(const std::string& called, const std::string& arguments) {
     if (nth == 0 || (!name.empty() && name != called)) return false;
     ++seen;
-    const bool now = seen >= nth && seen < nth + times;
-    done = done || now;
-    return now;
+    if (seen < nth || seen >= nth + times) return false;
+    failed = called + "(" + arguments + ")";
+    return true;
   }
 };
 
@@ -45,11 +45,12 @@ void reset() {
   theWorld = World();
   order = Order();
   setClock(0);
+  setCopiesFail(false);
 }
 
-void failCall(const std::string& name, int nth, Failure kind, int times) { order = {name, nth, times, kind, 0, false}; }
+void failCall(const std::string& name, int nth, Failure kind, int times) { order = {name, nth, times, kind, 0, ""}; }
 
-bool hasFailed() { return order.done; }
+std::string failedCall() { return order.failed; }
 
 ApsGwServer& domain(const std::string& name) {
   Ref<ApsGwServer>& record = theWorld.domains[name];
@@ -78,7 +79,7 @@ void note(const std::string& name, const std::string& arguments) {
 void call(const std::string& name, const std::string& arguments) {
   note(name, arguments);
   bool strikes = false;
-  locked([&] { strikes = order.strikes(name); });
+  locked([&] { strikes = order.strikes(name, arguments); });
   if (strikes) fail(name);
 }
 

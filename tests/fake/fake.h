@@ -65,6 +65,9 @@ struct Section {
   const Section& at(const std::string& section, int index = 0) const;
 };
 
+/// Expands a ctemplate text with a section's values and the sections in it; records nothing.
+std::string expand(const std::string& content, const Section& section);
+
 /// A template that keeps what was set and opened as a tree; good() and the expanded texts follow from its TemplateText.
 class Template : public VlmCMsg::VXCustomizedEmailTemplate {
  public:
@@ -87,7 +90,6 @@ class Template : public VlmCMsg::VXCustomizedEmailTemplate {
   std::string htmlbody() override;
 
  private:
-  std::string expand(const std::string& content) const;
   int store(const char* operation, const std::string& name, const std::string& value);
 
   TemplateText text_;
@@ -157,13 +159,16 @@ void reset();
 /// The clock that time() shows and sleep() moves on.
 void setClock(std::time_t now);
 
+/// Makes strdup() find no memory, or find it again.
+void setCopiesFail(bool fail);
+
 /// What a failing call throws: an Exception with the text "call of NAME fails", a std::runtime_error, an int.
 enum class Failure { Platform, Standard, Foreign };
 
 /// Makes the nth call (from 1) fail, and the `times` - 1 after it. name "" counts the calls of every name.
 void failCall(const std::string& name, int nth = 1, Failure kind = Failure::Platform, int times = 1);
-/// Whether a call failed since the order was given.
-bool hasFailed();
+/// The call that failed since the order was given (the last one), "" when none did.
+std::string failedCall();
 
 /// The ApsGwServer of a domain, made when it is not there.
 ApsGwServer& domain(const std::string& name);

@@ -25,7 +25,16 @@ void fill(const Section& section, ctemplate::TemplateDictionary& dictionary) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(misc-no-recursion): as deep as the sections of a report
+std::string expand(const std::string& content, const Section& section) {
+  const std::unique_ptr<ctemplate::Template> parsed(
+      ctemplate::Template::StringToTemplate(content, ctemplate::DO_NOT_STRIP));
+  ctemplate::TemplateDictionary dictionary("report");
+  fill(section, dictionary);
+  std::string text;
+  parsed->Expand(&text, &dictionary);
+  return text;
+}
+
 std::string Section::asText(int depth) const {
   const std::string indent(static_cast<std::size_t>(2 * depth), ' ');
   std::string text;
@@ -89,21 +98,11 @@ std::string Template::envFrom() {
 }
 std::string Template::textbody() {
   call("textbody");
-  return expand(text_.text);
+  return expand(text_.text, root_);
 }
 std::string Template::htmlbody() {
   call("htmlbody");
-  return expand(text_.html);
-}
-
-std::string Template::expand(const std::string& content) const {
-  const std::unique_ptr<ctemplate::Template> parsed(
-      ctemplate::Template::StringToTemplate(content, ctemplate::DO_NOT_STRIP));
-  ctemplate::TemplateDictionary dictionary("report");
-  fill(root_, dictionary);
-  std::string text;
-  parsed->Expand(&text, &dictionary);
-  return text;
+  return expand(text_.html, root_);
 }
 
 }  // namespace Fake
