@@ -7,5 +7,5 @@
 /// Keeps a member of a visible class inside its library.
 #define VLM_LOCAL __attribute__((visibility("hidden")))
 
-/// Marks a printf-like operation: `text` and `first` count arguments from 1, `this` included.
-#define VLM_PRINTF_LIKE(text, first) __attribute__((format(printf, text, first)))
+/// Marks a printf-like operation: positions of the format and of its first value, counted from 1, `this` included.
+#define VLM_PRINTF_LIKE(formatAt, firstAt) __attribute__((format(printf, formatAt, firstAt)))

@@ -17,8 +17,8 @@
 namespace Velmar::Host {
 
 struct DomainConfig {
-  std::string name;                        ///< lower case
-  std::string mainDomain;                  ///< lower case; "" = none
+  std::string name;        ///< lower case
+  std::string mainDomain;  ///< lower case; "" = none
   Ref<ApsGwServer> record;
 };
 
@@ -52,8 +52,8 @@ struct HostConfig {
   __nas_storage_t nasStorage{};
   std::vector<__aps_interface> interfaces;
   std::vector<__aps_user_group> userGroups;
-  std::vector<DomainConfig> domains;    ///< in the order of the file
-  std::vector<PolicyConfig> policies;   ///< in the order of the file
+  std::vector<DomainConfig> domains;   ///< in the order of the file
+  std::vector<PolicyConfig> policies;  ///< in the order of the file
   std::vector<ProfileConfig> profiles;
   LogConfig log;
 };

@@ -1,5 +1,7 @@
 // A run of bytes, kept or referred to, and its base64 form.
 
+#include <limits>
+
 #include "platform/types.h"
 
 namespace Velmar {
@@ -20,16 +22,21 @@ Buffer::Buffer(const Buffer& other)
     : owned_(other.owned_), data_(other.owned_.empty() ? other.data_ : owned_.data()), length_(other.length_) {}
 
 Buffer& Buffer::operator=(const Buffer& other) {
-  owned_ = other.owned_;
-  data_ = owned_.empty() ? other.data_ : owned_.data();
-  length_ = other.length_;
+  Buffer copy(other);
+  owned_.swap(copy.owned_);  // the bytes stay where they are
+  data_ = copy.data_;
+  length_ = copy.length_;
   return *this;
 }
 
 Buffer::~Buffer() = default;
 
 void Buffer::assign(const std::string& bytes) {
-  owned_.assign(bytes.begin(), bytes.end());
+  if (bytes.size() > std::numeric_limits<unsigned int>::max()) {
+    throw Exception("BufferException", 4, "Buffer", __LINE__,
+                    "a buffer cannot hold " + std::to_string(bytes.size()) + " bytes");
+  }
+  std::vector<char>(bytes.begin(), bytes.end()).swap(owned_);
   data_ = owned_.empty() ? nullptr : owned_.data();
   length_ = static_cast<unsigned int>(owned_.size());
 }

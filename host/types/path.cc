@@ -22,9 +22,10 @@ Processor::Processor() = default;
 Processor::~Processor() = default;
 
 int openReadOnly(const char* path) noexcept try {
+  if (!path) return -1;
   const int fd = ::open(Host::underRoot(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   if (fd < 0) return -1;
-  struct stat status{};
+  struct stat status {};
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) return fd;
   ::close(fd);
   return -1;

@@ -204,7 +204,7 @@ class VLM_SPAMREPORT_API Spamreport : public QRLStaticCharSetFallbacks {
   VLM_LOCAL void settlePeriod(long until);
   VLM_LOCAL boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> chooseTemplate() const;
   VLM_LOCAL void compose(const boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>& mailTemplate,
-                         const std::list<CachedMessage>& messages, VXMPopulateEmail& mail);
+                         VXMPopulateEmail& mail) const;
 };
 
 /// A mailbox directory whose report could not be built or delivered.
