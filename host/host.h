@@ -21,8 +21,8 @@ VLM_EXPORT const char* version();
 /// else found relative to this library. Not below the root: it belongs to the program.
 VLM_EXPORT std::string shareDirectory();
 
-/// Any bytes as text for a log line or a terminal: control characters, quotes, backslashes, invalid UTF-8 and
-/// characters that turn the reading direction are written as escapes (\n, \", \\, \xHH). Never a line break in it.
+/// Any bytes as text for a terminal: control characters, bytes that are not UTF-8 and characters that hide text or turn
+/// its direction are written as escapes (\n, \xHH). Quotes and backslashes stay. Never a line break in it.
 VLM_EXPORT std::string printable(std::string_view bytes);
 
 /// What is known of one log event.

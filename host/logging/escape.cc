@@ -1,10 +1,10 @@
 // Makes any bytes fit for a line that people and programs read: what could end a line or a field, move a terminal's
 // cursor or turn the reading direction is written as an escape. Log lines and the command's output go through here.
 
+#include "host/logging/escape.h"
+
 #include <array>
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "host/host.h"
 
@@ -49,9 +49,9 @@ void appendHex(std::string& out, std::string_view bytes) {
   }
 }
 
-}  // namespace
+enum class Quotes { kLeft, kEscaped };
 
-std::string printable(std::string_view bytes) {
+std::string escape(std::string_view bytes, Quotes quotes) {
   std::string out;
   out.reserve(bytes.size());
   while (!bytes.empty()) {
@@ -61,7 +61,7 @@ std::string printable(std::string_view bytes) {
     const std::string_view piece = bytes.substr(0, length);
     if (piece == "\n") {
       out += "\\n";
-    } else if (piece == "\"" || piece == "\\") {
+    } else if (quotes == Quotes::kEscaped && (piece == "\"" || piece == "\\")) {
       out.append("\\").append(piece);
     } else if (!known || isDeceptive(character)) {
       appendHex(out, piece);
@@ -72,5 +72,11 @@ std::string printable(std::string_view bytes) {
   }
   return out;
 }
+
+}  // namespace
+
+std::string printable(std::string_view bytes) { return escape(bytes, Quotes::kLeft); }
+
+std::string quotedField(std::string_view bytes) { return "\"" + escape(bytes, Quotes::kEscaped) + "\""; }
 
 }  // namespace Velmar::Host

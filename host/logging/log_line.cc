@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "host/logging/escape.h"
 #include "host/logging/event_table.h"
 
 namespace Velmar::Host {
@@ -22,9 +23,7 @@ std::string timeText(const std::timespec& when) {
   return text.data();
 }
 
-std::string field(const std::string& name, const std::string& value) {
-  return " " + name + "=\"" + printable(value) + "\"";
-}
+std::string field(const std::string& name, const std::string& value) { return " " + name + "=" + quotedField(value); }
 
 std::string fieldName(const EventInfo* event, std::size_t index) {
   const bool known = event && index < event->fields.size() && event->fields[index];

@@ -1,5 +1,7 @@
 // Which bytes pass, and which are written as escapes.
 
+#include "host/logging/escape.h"
+
 #include <gtest/gtest.h>
 
 #include "host/host.h"
@@ -7,6 +9,7 @@
 namespace {
 
 using Velmar::Host::printable;
+using Velmar::Host::quotedField;
 
 struct Case {
   std::string bytes;
@@ -22,7 +25,7 @@ TEST(Printable, WritesWhatDeceivesAsEscapes) {
        "Gr\xc3\xbc\xc3\x9f"
        "e \xe6\x97\xa5 \xf0\x9f\x93\xac"},
       {"a\nb\r\tc", "a\\nb\\x0d\\x09c"},
-      {"say \"hi\" \\n", "say \\\"hi\\\" \\\\n"},
+      {"say \"hi\" \\n", "say \"hi\" \\n"},
       {std::string("\0\x01\x1b[2J", 6), "\\x00\\x01\\x1b[2J"},
       {"\x7f", "\\x7f"},
       {"\xc2\x80\xc2\x9b\xc2\x9f", "\\xc2\\x80\\xc2\\x9b\\xc2\\x9f"},
@@ -39,7 +42,7 @@ TEST(Printable, WritesWhatDeceivesAsEscapes) {
       {"\xf5\x80\x80\x80", "\\xf5\\x80\\x80\\x80"},
       {"\xff", "\\xff"},
       {"\xe2\x80", "\\xe2\\x80"},
-      {"\xe2\x80\"", "\\xe2\\x80\\\""},
+      {"\xe2\x80\"", "\\xe2\\x80\""},
       {"\xc3\n", "\\xc3\\n"},
   };
   for (const Case& c : cases) EXPECT_EQ(printable(c.bytes), c.want) << "input " << testing::PrintToString(c.bytes);
@@ -55,6 +58,13 @@ TEST(Printable, LeavesNoControlByteOfAnyPair) {
       }
     }
   }
+}
+
+TEST(QuotedField, CannotBeLeft) {
+  EXPECT_EQ(quotedField(""), "\"\"");
+  EXPECT_EQ(quotedField("say \"hi\" \\n\n"), "\"say \\\"hi\\\" \\\\n\\n\"");
+  EXPECT_EQ(quotedField("\\"), "\"\\\\\"");
+  EXPECT_EQ(quotedField("\xe2\x80\""), "\"\\xe2\\x80\\\"\"");
 }
 
 }  // namespace
