@@ -96,7 +96,8 @@ TEST(ChooseDomain, KnowsConfiguredOnesByAnySpelling) {
 
 TEST(MailboxAddress, IsTakenAsWritten) {
   EXPECT_EQ(mailboxAddress("Anna.B@Example.org"), "Anna.B@Example.org");
-  for (const char* text : {"", "anna", "@example.org", "anna@", "anna@example.org (home)", " anna@example.org"}) {
+  for (const char* text :
+       {"", "anna", "@example.org", "anna@", "anna@example.org (home)", " anna@example.org", "\"a,b\"@example.org"}) {
     EXPECT_NE(refusal([&] { mailboxAddress(text); }), "accepted") << text;
   }
 }

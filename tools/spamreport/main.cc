@@ -61,15 +61,17 @@ void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
 }
 
 void addRun(CLI::App& app, Request& request) {
-  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some mailboxes of one domain",
+  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some or all mailboxes",
                              [&request] { return Tool::run(request.run); });
   run->preparse_callback([&request](std::size_t) { request.logAsConfigured = true; });
-  run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")
-      ->type_name("DOMAIN")
-      ->required();
-  run->add_option("--recipients", request.run.recipients, "Addresses of the mailboxes, separated by commas")
-      ->type_name("LIST")
-      ->required();
+  run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")->type_name("DOMAIN");
+  run->add_option("--recipients", request.run.recipients,
+                  "Addresses of the mailboxes, separated by commas (default: all of the domain)")
+      ->type_name("LIST");
+  run->add_flag("--all", request.run.all, "All mailboxes of all configured domains");
+  run->add_option("--jobs", request.run.jobs, "Threads to work on (default: 1)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 256));
   addPeriod(*run, request.run.period, request.run.until);
   addCommon(*run, request.common);
 }
