@@ -29,7 +29,7 @@ std::string Spamreport::NormalizeDisplayField(const std::string& raw) {
     stringToUtf8(raw, decoded, nullptr);
     if (decoded.isEmpty()) return kNothingToShow;
     const std::string text(decoded.data(), decoded.length());
-    return vlm_html_encode(text.c_str());  // up to the first NUL
+    return vlm_html_encode(text.substr(0, text.find('\0')));
   } catch (const Exception&) {
     return kNothingToShow;
   }

@@ -30,7 +30,8 @@ class CmsgVarModifier : public ctemplate::TemplateModifier {
     return true;
   }
 
-  const boost::shared_ptr<T>& held() const noexcept { return held_; }
+  /// A counted reference of its own.
+  boost::shared_ptr<T> held() const { return held_; }
 
  private:
   boost::shared_ptr<T> held_;

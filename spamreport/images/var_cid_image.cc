@@ -40,10 +40,10 @@ bool readHeader(const std::string& path, char (&header)[kHeaderSize]) {
 /// The site's own logo when there is a usable one, else the default.
 Image chooseLogo(const std::string& defaultPath) {
   char header[kHeaderSize] = {};
-  const Image fallback{defaultPath, ContentType::SUBTYPE_PNG};
-  if (!readHeader(VarCidImage::IMG_TITLELOGO_PREVIEW, header)) return fallback;
-  const ContentType::SubType type = VarCidImage::get_img_type(header);
-  if (type == ContentType::SUBTYPE_NONE) return fallback;
+  const ContentType::SubType type = readHeader(VarCidImage::IMG_TITLELOGO_PREVIEW, header)
+                                        ? VarCidImage::get_img_type(header)
+                                        : ContentType::SUBTYPE_NONE;
+  if (type == ContentType::SUBTYPE_NONE) return {defaultPath, ContentType::SUBTYPE_PNG};
   return {VarCidImage::IMG_TITLELOGO_PREVIEW, type};
 }
 
@@ -112,7 +112,7 @@ std::string VarCidImage::operator()(const std::string& value, const std::string&
   if (const auto known = current.second.find(name); known != current.second.end()) return known->second;
 
   const Image chosen = chooseImage(name, image->second);
-  const std::string html = imageElement(binding->first->add_image_inline(chosen.path, chosen.type), value);
+  std::string html = imageElement(binding->first->add_image_inline(chosen.path, chosen.type), value);
   binding->second[name] = html;
   return html;
 }
