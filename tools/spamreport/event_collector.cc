@@ -11,7 +11,7 @@ namespace Velmar::Tool {
 EventCollector::EventCollector() {
   Host::setEventObserver([this](const Host::Event& event) {
     const std::lock_guard lock(mutex_);
-    events_.push_back({event.code, event.name, event.fields});
+    events_[std::this_thread::get_id()].push_back({event.code, event.name, event.fields});
   });
 }
 
@@ -19,7 +19,7 @@ EventCollector::~EventCollector() { Host::setEventObserver(nullptr); }
 
 std::vector<SeenEvent> EventCollector::take() {
   const std::lock_guard lock(mutex_);
-  return std::exchange(events_, {});
+  return std::exchange(events_[std::this_thread::get_id()], {});
 }
 
 }  // namespace Velmar::Tool

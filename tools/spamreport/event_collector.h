@@ -2,14 +2,16 @@
 
 // Listens to the log.
 
+#include <map>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "tools/spamreport/outcome.h"
 
 namespace Velmar::Tool {
 
-/// Keeps the events that are logged during its life, of all threads. One at a time.
+/// Keeps the events that are logged during its life, for each thread its own. There may be one at a time.
 class EventCollector {
  public:
   EventCollector();
@@ -17,12 +19,12 @@ class EventCollector {
   EventCollector& operator=(const EventCollector&) = delete;
   ~EventCollector();
 
-  /// The events since the last call, in their order.
+  /// The events that this thread logged since its last call, in their order. Any thread.
   std::vector<SeenEvent> take();
 
  private:
   std::mutex mutex_;
-  std::vector<SeenEvent> events_;
+  std::map<std::thread::id, std::vector<SeenEvent>> events_;
 };
 
 }  // namespace Velmar::Tool

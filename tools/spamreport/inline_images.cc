@@ -29,6 +29,11 @@ std::string lowerCase(std::string_view text) {
   return lower;
 }
 
+std::string_view withoutLeadingBlanks(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+  return text;
+}
+
 /// The header fields of a part by lower-case name, unfolded, without leading blanks. Ends behind the empty line.
 std::map<std::string, std::string> takeHeader(std::string_view& rest) {
   std::map<std::string, std::string> fields;
@@ -36,15 +41,14 @@ std::map<std::string, std::string> takeHeader(std::string_view& rest) {
   while (!rest.empty()) {
     const std::string_view line = takeLine(rest);
     if (line.empty()) break;
-    if (line.front() == ' ' || line.front() == '\t') {
-      fields[name] += line;
-      continue;
+    std::string_view value = line;
+    if (line.front() != ' ' && line.front() != '\t') {
+      const std::size_t colon = std::min(line.find(':'), line.size());
+      name = lowerCase(line.substr(0, colon));
+      value = line.substr(std::min(colon + 1, line.size()));
+      fields[name].clear();
     }
-    const std::size_t colon = std::min(line.find(':'), line.size());
-    name = lowerCase(line.substr(0, colon));
-    std::string_view value = line.substr(std::min(colon + 1, line.size()));
-    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
-    fields[name] = value;
+    fields[name] += fields[name].empty() ? withoutLeadingBlanks(value) : value;
   }
   return fields;
 }

@@ -32,6 +32,7 @@ struct Request {
   std::string id;
   std::string directory;
   std::function<int()> action;
+  bool logAsConfigured = false;  ///< else events reach stderr only when asked for: the command says what matters itself
 };
 
 CLI::App* addCommand(CLI::App& parent, Request& request, const std::string& name, const std::string& description,
@@ -45,7 +46,7 @@ void addCommon(CLI::App& command, Common& common) {
   command.add_option("--root", common.root, "Directory that stands for / (default: VELMAR_ROOT, else /)")
       ->type_name("DIR")
       ->check(CLI::ExistingDirectory);
-  command.add_flag("-v,--verbose", common.verbose, "Also write the log events to stderr");
+  command.add_flag("-v,--verbose", common.verbose, "Write the log events to stderr, whatever the configuration says");
 }
 
 void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
@@ -60,14 +61,17 @@ void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
 }
 
 void addRun(CLI::App& app, Request& request) {
-  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some mailboxes of one domain",
+  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some or all mailboxes",
                              [&request] { return Tool::run(request.run); });
-  run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")
-      ->type_name("DOMAIN")
-      ->required();
-  run->add_option("--recipients", request.run.recipients, "Addresses of the mailboxes, separated by commas")
-      ->type_name("LIST")
-      ->required();
+  run->preparse_callback([&request](std::size_t) { request.logAsConfigured = true; });
+  run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")->type_name("DOMAIN");
+  run->add_option("--recipients", request.run.recipients,
+                  "Addresses of the mailboxes, separated by commas (default: all of the domain)")
+      ->type_name("LIST");
+  run->add_flag("--all", request.run.all, "All mailboxes of all configured domains");
+  run->add_option("--jobs", request.run.jobs, "Threads to work on (default: 1)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 256));
   addPeriod(*run, request.run.period, request.run.until);
   addCommon(*run, request.common);
 }
@@ -162,11 +166,12 @@ void build(CLI::App& app, Request& request) {
 }
 
 /// Everything else reads the root from the environment, so it is set before anything else is done.
-void applyCommon(const Common& common) {
+void applyCommon(const Request& request) {
+  const Common& common = request.common;
   if (!common.root.empty()) {
     ::setenv("VELMAR_ROOT", std::filesystem::absolute(common.root).lexically_normal().c_str(), 1);
   }
-  Host::setLogToStderr(common.verbose);
+  if (common.verbose || !request.logAsConfigured) Host::setLogToStderr(common.verbose);
 }
 
 int complain(const std::string& text, int exitCode) {
@@ -176,7 +181,7 @@ int complain(const std::string& text, int exitCode) {
 }
 
 int perform(const Request& request) try {
-  applyCommon(request.common);
+  applyCommon(request);
   const int exitCode = request.action();
   if (!std::cout.flush()) return complain("standard output cannot be written", kFailed);
   return exitCode;

@@ -63,7 +63,10 @@ std::string mailboxAddress(const std::string& text) {
   const EmailAddress parsed = EmailAddress::rfc5322Parse(text, true);
   if (parsed.isEmptyAddress()) refuse(text, "not a mail address");
   if (parsed.address() != text) refuse(text, "not a bare address: write " + parsed.address());
-  if (text.find('/') != std::string::npos) refuse(text, "a mailbox cannot have \"/\" in its address");
+  for (const char c : {'/', ','}) {
+    if (text.find(c) != std::string::npos)
+      refuse(text, std::string("a mailbox cannot have \"") + c + "\" in its address");
+  }
   if (text.find('@') != text.rfind('@')) refuse(text, "a mailbox cannot have two \"@\" in its address");
   if (text.size() > kLongestRecipient) {
     refuse(text, "longer than " + std::to_string(kLongestRecipient) + " bytes");

@@ -11,8 +11,8 @@ namespace Velmar::Tool {
 /// Throws WrongUse naming the configured ones when it is none of them.
 std::string chooseDomain(const std::string& domain, const std::vector<std::string>& configured);
 
-/// The bare address of a mailbox that can exist on this host: one address with one "@", no "/", no control characters,
-/// at most 127 bytes. Throws WrongUse naming the text and the reason.
+/// The bare address of a mailbox that can exist on this host: one address with one "@", no "/" or ",", no control
+/// characters, at most 127 bytes. Throws WrongUse naming the text and the reason.
 std::string mailboxAddress(const std::string& text);
 
 /// The members of a list that is separated by commas, in its order, each once, with the domain as in `domain`. Blanks
