@@ -4,7 +4,7 @@ import shutil
 import unittest
 
 import expected
-from host import DAY, SHARE, Host
+from host import DAY, SHARE, Host, parse_events
 from page import Page
 
 HARMLESS = "From: %s <u@sender.example>\nSubject: %s\nMessage-Id: <%s@held.example>\n\nText\n"
@@ -157,13 +157,28 @@ class RunTest(unittest.TestCase):
         """Processes that share state, log and spool make the same reports as one after the other."""
         events = self.host.run_at_once(*expected.ACTIONS)
         self.assertEqual(sorted(map(repr, self.host.log_file())), sorted(map(repr, events)))
-        mails = {mail.mailbox: mail for mail in self.host.queued()}
-        self.assertEqual(set(mails), set(expected.ACTIONS))
-        for mailbox, mail in mails.items():
-            with self.subTest(mailbox=mailbox):
-                want = expected.report(self.host, mailbox)
-                self.assertEqual([row["subject"] for row in Page(mail.html).rows], [row.subject for row in want.rows])
+        self.assert_all_reports()
+
+    def test_whole_host_on_several_threads(self):
+        done = self.host.command("run", "--verbose", "--root", self.host.root, "--all", "--jobs", 4, "--period", DAY,
+                                 "--until", self.host.until)
+        names = [event.name for event in parse_events(done.stderr)]
+        self.assertEqual({name: names.count(name) for name in names},
+                         {"report-built": 6, "nothing-held": 1, "report-disabled": 2, "no-recipients": 1,
+                          "list-links-repaired": 1})
+        self.assert_all_reports()
+
+    def assert_all_reports(self):
+        """One report for each mailbox that gets one, each with its own rows and its own images."""
+        mails = self.host.queued()
+        self.assertEqual(sorted(mail.mailbox for mail in mails), sorted(expected.ACTIONS))
+        for mail in mails:
+            with self.subTest(mailbox=mail.mailbox):
+                page, want = Page(mail.html), expected.report(self.host, mail.mailbox)
+                self.assertEqual([row["subject"] for row in page.rows], [row.subject for row in want.rows])
                 images = [part["Content-ID"] for part in mail.mail.walk() if part.get_content_maintype() == "image"]
+                used = {image["src"] for row in page.rows for image in row["images"]} | {i["src"] for i in page.images}
+                self.assertEqual({"<%s>" % source.removeprefix("cid:") for source in used}, set(images))
                 self.assertEqual(len(images), 4)
 
     def test_local_time(self):
