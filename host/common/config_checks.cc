@@ -57,6 +57,9 @@ std::string hostNameFault(std::string_view text) {
   if (!onlyLettersDigitsAnd("-._", text))
     return "is no host name: only ASCII letters, digits, '-', '.' and '_' can stand in one";
   if (hasEmptyPart(text)) return "is no host name: there is nothing before, after or between its dots";
+  if (text.size() > kLongestHost)
+    return "has " + std::to_string(text.size()) + " bytes, at most " + std::to_string(kLongestHost) +
+           " fit into a link";
   return "";
 }
 

@@ -20,7 +20,10 @@ std::string controlFault(std::string_view text);
 /// A mail domain: ASCII letters, digits, "-" and all above ASCII, in labels between dots.
 std::string domainNameFault(std::string_view text);
 
-/// A host name or IPv4 address: ASCII letters, digits, "-" and "_" in labels between dots.
+/// Bytes of the longest host whose base URL, "https://HOST:65535", fits into the 255 bytes that a report has for it.
+constexpr std::size_t kLongestHost = 241;
+
+/// A host name or IPv4 address: ASCII letters, digits, "-" and "_" in labels between dots, at most kLongestHost bytes.
 std::string hostNameFault(std::string_view text);
 
 /// The host of a URL: a host name or an IPv6 address without brackets and zone.

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <iterator>
 #include <set>
 
 #include "host/common/config_nesting.h"
@@ -178,13 +177,20 @@ constexpr std::string_view kMissing = "(missing)";
 
 std::string joined(std::string_view table, std::string_view key) { return std::string(table).append(".").append(key); }
 
+// The element of a table of ours with this name; null when there is none.
+template <class Named, std::size_t count>
+const Named* byName(const Named (&all)[count], std::string_view name) {
+  const Named* found = std::find_if(all, all + count, [name](const Named& one) { return one.name == name; });
+  return found == all + count ? nullptr : found;
+}
+
 template <class Record, std::size_t count>
 void readTable(const std::string& file, std::string_view name, const toml::table& table,
                const Key<Record> (&keys)[count], Record& record) {
   for (const auto& [key, node] : table) {
     const ConfigValue value(file, joined(name, key.str()), node);
-    const auto* known = std::find_if(keys, keys + count, [&](const auto& k) { return k.name == key.str(); });
-    if (known == keys + count) value.refuse("unknown key");
+    const Key<Record>* known = byName(keys, key.str());
+    if (!known) value.refuse("unknown key");
     known->take(value, record);
   }
   for (const Key<Record>& key : keys)
@@ -238,11 +244,8 @@ constexpr Section kSections[] = {
 };
 
 void readSections(const std::string& file, const toml::table& root, HostConfig& config) {
-  for (const auto& [key, node] : root) {
-    const auto isThis = [&](const Section& section) { return section.name == key.str(); };
-    if (std::none_of(std::begin(kSections), std::end(kSections), isThis))
-      ConfigValue(file, std::string(key.str()), node).refuse("unknown table or key");
-  }
+  for (const auto& [key, node] : root)
+    if (!byName(kSections, key.str())) ConfigValue(file, std::string(key.str()), node).refuse("unknown table or key");
   for (const Section& section : kSections) section.read(file, section.name, root, config);
 }
 

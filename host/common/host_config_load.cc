@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <mutex>
 #include <string>
 #include <system_error>
 
@@ -75,10 +77,14 @@ HostConfig load() {
 std::string hostConfigPath() { return underRoot("/etc/velmar/host.toml"); }
 
 const HostConfig& hostConfig() {
-  // A throw leaves the static unmade, so the next caller loads again. Never destroyed: other statics may still use it
-  // while the process ends.
-  static const HostConfig& config = *new HostConfig(load());
-  return config;
+  // Not a static with an initialiser: under ThreadSanitizer the waiters of one that throws can hang for ever.
+  // Never deleted: other statics may still use it while the process ends.
+  static std::atomic<const HostConfig*> loaded{nullptr};
+  static std::mutex loading;
+  if (const HostConfig* config = loaded.load(std::memory_order_acquire)) return *config;
+  const std::lock_guard<std::mutex> lock(loading);
+  if (!loaded.load(std::memory_order_relaxed)) loaded.store(new HostConfig(load()), std::memory_order_release);
+  return *loaded.load(std::memory_order_relaxed);
 }
 
 }  // namespace Velmar::Host

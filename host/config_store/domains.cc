@@ -28,7 +28,8 @@ ApsGwServer::~ApsGwServer() = default;
 ApsGwServerCache::~ApsGwServerCache() = default;
 
 RefApsGwServerCache RefApsGwServerCache::instance(bool) {
-  static const RefApsGwServerCache& cache = *new RefApsGwServerCache(new ConfiguredDomains(Host::hostConfig()));
+  const Host::HostConfig& config = Host::hostConfig();  // before the static, whose initialiser must not throw
+  static const RefApsGwServerCache& cache = *new RefApsGwServerCache(new ConfiguredDomains(config));
   return cache;
 }
 

@@ -110,7 +110,7 @@ int vlml_encode_trusted_base64_data(const char* text, int length, std::uint32_t 
   std::memcpy(out, encoded.data(), encoded.size());
   return static_cast<int>(encoded.size());
 } catch (const std::exception&) {
-  // No secret, no memory: the caller can only leave the link out. The reason shows when the secret is checked by hand.
+  // No secret, no memory: the caller can only leave the link out. Who wants the reason calls installationSecret().
   return -1;
 }
 
