@@ -103,7 +103,7 @@ void makeReportMailActions(const TemplateHandle& mailTemplate, const ReportLinks
 
 }  // namespace
 
-int Spamreport::makeBodies(const TemplateHandle& mailTemplate, const std::list<CachedMessage>& messages,
+int Spamreport::makeBodies(TemplateHandle mailTemplate, const std::list<CachedMessage>& messages,
                            const std::string& /*recipientText*/, VXMPopulateEmail& /*mail*/) {
   if (!mailTemplate) return -1;
   ReportLinks links{

@@ -68,6 +68,7 @@ std::string linkHash(const std::string& address) {
 std::time_t lastRunBefore(std::time_t now) {
   const auto settings = CMF::RefSpamReportSettings::instance(false);
   std::tm local{};
+  tzset();  // localtime_r need not look at the zone again; mktime, which ends the computation, does
   localtime_r(&now, &local);
   return lastScheduledRun(settings->record().schedule, local);
 }

@@ -6,7 +6,7 @@
 
 namespace Velmar {
 
-int Spamreport::makeHeader(const boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>& mailTemplate,
+int Spamreport::makeHeader(boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> mailTemplate,
                            const std::list<CachedMessage>& messages) {
   if (!mailTemplate) return -1;
   mailTemplate->set("RELEASE_CONTROL_USER", releaseAddress.asString());  // its status does not count

@@ -32,6 +32,7 @@ class FetchedNames {
 struct Links {
   std::string confirmed;
   std::string removed;
+  bool anyRemoved = false;
 };
 
 /// Goes through the address's links and deletes the one-sided ones.
@@ -45,6 +46,7 @@ Links confirmLinks(const std::string& address) {
     } else {
       mail_list_delete_from(address.c_str(), "primaryaddr", name, 0);
       appendName(links.removed, name);
+      links.anyRemoved = true;
     }
   }
   return links;
@@ -55,7 +57,7 @@ Links confirmLinks(const std::string& address) {
 std::string get_secondary_list(const std::string& address) {
   if (address.find('@') == std::string::npos) return "";
   const Links links = confirmLinks(address);
-  if (!links.removed.empty()) {
+  if (links.anyRemoved) {
     Logger::instance(false).log(LogEvent::kListLinksRepaired, 0, "%s\x01%s", links.removed.c_str(), address.c_str());
   }
   return links.confirmed;

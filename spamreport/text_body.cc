@@ -5,7 +5,7 @@
 
 namespace Velmar {
 
-int Spamreport::makeTextBody(const boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>& mailTemplate,
+int Spamreport::makeTextBody(boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> mailTemplate,
                              const std::list<CachedMessage>& /*messages*/) {
   if (!mailTemplate) return -1;
   if (!emailReleaseEnabled) return 0;

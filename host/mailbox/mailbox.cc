@@ -112,25 +112,28 @@ class MaildirMailbox final : public VXMailboxBase {
   }
 
   FoundMessage open(const ListedMessage& listed) {
-    const std::string_view name = scan_.messages.name(listed);
-    OpenedMessage opened = opener_.open(maildir_.descriptor(listed.folder), name.data(), maildir_.path(listed.folder));
+    OpenedMessage opened = openAs(listed, scan_.messages);
     if (opened.gone) return openWhereItIsNow(listed.time, scan_.messages.unique(listed));
-    return {std::move(opened.file), name};
+    return {std::move(opened.file), scan_.messages.name(listed)};
   }
 
   // Finds a message that was renamed since the listing: flagged, or moved from new/ to cur/.
   FoundMessage openWhereItIsNow(std::int64_t time, std::string_view unique) {
     for (;;) {
       if (const ListedMessage* now = scan_.fresh.find(time, unique)) {
-        const std::string_view name = scan_.fresh.name(*now);
-        OpenedMessage opened = opener_.open(maildir_.descriptor(now->folder), name.data(), maildir_.path(now->folder));
-        if (!opened.gone) return {std::move(opened.file), name};
+        OpenedMessage opened = openAs(*now, scan_.fresh);
+        if (!opened.gone) return {std::move(opened.file), scan_.fresh.name(*now)};
       }
       if (scan_.newListings == kMaxNewListings) return {};
       ++scan_.newListings;
       scan_.fresh = maildir_.list(scan_.window);
       if (!scan_.fresh.find(time, unique)) return {};
     }
+  }
+
+  OpenedMessage openAs(const ListedMessage& listed, const Listing& listing) {
+    return opener_.open(maildir_.descriptor(listed.folder), listing.name(listed).data(), listed.regular,
+                        maildir_.path(listed.folder));
   }
 
   Maildir maildir_;

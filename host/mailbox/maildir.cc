@@ -48,9 +48,9 @@ bool mayBeMessage(const dirent& entry) {
 
 }  // namespace
 
-void Listing::add(std::int64_t time, std::string_view name, MaildirFolder folder) {
+void Listing::add(std::int64_t time, std::string_view name, MaildirFolder folder, bool regular) {
   messages_.push_back({time, names_.size(), static_cast<std::uint16_t>(name.size()),
-                       static_cast<std::uint16_t>(uniquePart(name).size()), folder});
+                       static_cast<std::uint16_t>(uniquePart(name).size()), folder, regular});
   names_.append(name).push_back('\0');
 }
 
@@ -104,7 +104,7 @@ bool Maildir::listFolder(Folder& folder, const TimeWindow& window, Listing& foun
     const std::string_view name = entry->d_name;
     std::optional<std::int64_t> time = deliveryTime(name);
     if (!time) time = modificationTime(::dirfd(stream), entry->d_name);
-    if (time && window.holds(*time)) found.add(*time, name, folder.kind);
+    if (time && window.holds(*time)) found.add(*time, name, folder.kind, entry->d_type == DT_REG);
   }
   const std::int64_t after = changeTime(::dirfd(stream), folder.path);
   return after != before || after > start - kTimeGrain;

@@ -29,13 +29,14 @@ struct ListedMessage {
   std::uint16_t length;        ///< of its name
   std::uint16_t uniqueLength;  ///< of the part that stays the same when the message is moved or flagged
   MaildirFolder folder;
+  bool regular;  ///< surely a regular file when it was listed; false: the file system does not tell
 };
 
 /// The messages of a window. Its size follows the window, not the mailbox: some 24 bytes and the name for each.
 class Listing {
  public:
   /// Adds a name as it was seen. The same message may be added again under another name.
-  void add(std::int64_t time, std::string_view name, MaildirFolder folder);
+  void add(std::int64_t time, std::string_view name, MaildirFolder folder, bool regular);
 
   /// Keeps one entry a message, the one added last, in the order of find().
   void dropDoubles();

@@ -69,14 +69,14 @@ int MessageOpener::openFile(int folder, const char* name) {
   return ::openat(folder, name, kOpenFlags);
 }
 
-OpenedMessage MessageOpener::open(int folder, const char* name, const std::string& folderPath) {
+OpenedMessage MessageOpener::open(int folder, const char* name, bool regular, const std::string& folderPath) {
   int descriptor = -1;
   do {
     descriptor = openFile(folder, name);
   } while (descriptor < 0 && errno == EINTR);
   const int error = errno;
   Descriptor file(descriptor);
-  if (file) return {isRegularFile(file) ? std::move(file) : Descriptor(), false};
+  if (file) return {regular || isRegularFile(file) ? std::move(file) : Descriptor(), false};
   if (error == EMFILE || error == ENFILE || error == ENOMEM) {
     throw systemError(__LINE__, "cannot open a message in", folderPath, error);
   }

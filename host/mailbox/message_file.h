@@ -15,18 +15,22 @@ constexpr std::size_t kHeaderCap = 1024 * 1024;
 
 /// What came of opening a message.
 struct OpenedMessage {
-  Descriptor file;    ///< a regular file, or empty
+  Descriptor file;    ///< open for reading, or empty
   bool gone = false;  ///< empty because there is no such name (any more)
 };
 
 /// Opens message files. Used by one thread at a time.
 class MessageOpener {
  public:
-  /// Opens the regular file `name` inside `folder` (-1 = there is none) for reading, without blocking and without
-  /// following a link. What is not there, is no regular file or cannot be opened gives an empty descriptor. Throws
-  /// Exception, naming `folderPath`, when this process has run out of descriptors or memory: that says nothing of the
-  /// message.
-  OpenedMessage open(int folder, const char* name, const std::string& folderPath);
+  /// Opens the file `name` inside `folder` (-1 = there is none) for reading, without blocking and without following a
+  /// link. What is not there or cannot be opened gives an empty descriptor.
+  ///
+  /// regular  whether the listing showed a regular file; if it did not say, the open file is asked, and anything else
+  ///          gives an empty descriptor. (What has taken the place of a regular file since then, a pipe or a
+  ///          directory, opens but cannot be read at an offset, so readHeader refuses it.)
+  /// Throws Exception, naming `folderPath`, when this process has run out of descriptors or memory: that says nothing
+  /// of the message.
+  OpenedMessage open(int folder, const char* name, bool regular, const std::string& folderPath);
 
  private:
   int openFile(int folder, const char* name);
@@ -35,7 +39,7 @@ class MessageOpener {
 };
 
 /// Reads the header of an open message: usually one read of 8 KiB, never more than kHeaderCap.
-/// Nothing when the file cannot be read.
+/// Nothing when the file cannot be read at an offset.
 std::optional<HeaderBlock> readHeader(const Descriptor& file);
 
 }  // namespace Velmar::Host

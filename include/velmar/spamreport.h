@@ -25,7 +25,8 @@ extern "C" {
 /// Returns 0 also when memory for a copy of the list is lacking; nothing is done then.
 /// Returns -1 for a null argument, and when the run was broken off: that is logged, later recipients get no report.
 /// An exception that is not of the platform passes to the caller.
-/// Blocks until the mails are in the queue. Any number of threads may call it at once.
+/// Blocks until the mails are in the queue. Any number of threads may call it at once; none of them may be cancelled
+/// meanwhile, since every exception of a report, and so a cancellation, is stopped inside.
 VLM_SPAMREPORT_API int32_t vlm_spamreport_report_byrcpt(const char* domain, const char* recipients, int32_t period,
                                                         int64_t until);
 
@@ -140,16 +141,16 @@ class VLM_SPAMREPORT_API Spamreport : public QRLStaticCharSetFallbacks {
   std::string getReportRecipients();
 
   /// Sets the variables of the report as a whole. Returns the joined status of the template, -1 for an empty handle.
-  int makeHeader(const boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>& mailTemplate,
+  int makeHeader(boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> mailTemplate,
                  const std::list<CachedMessage>& messages);
 
   /// Sets the variables of the plain text's mail actions. Returns 0, -1 for an empty handle.
-  int makeTextBody(const boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>& mailTemplate,
+  int makeTextBody(boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> mailTemplate,
                    const std::list<CachedMessage>& messages);
 
   /// Fills the table of messages and the report-wide actions. Returns 0, -1 for an empty handle.
   /// recipientText and mail are not read: images reach the mail through the thread's binding.
-  int makeBodies(const boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>& mailTemplate,
+  int makeBodies(boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> mailTemplate,
                  const std::list<CachedMessage>& messages, const std::string& recipientText, VXMPopulateEmail& mail);
 
   /// A new queue identifier.

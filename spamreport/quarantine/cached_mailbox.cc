@@ -45,7 +45,8 @@ void CachedMailbox::search(std::int64_t period, std::int64_t until) {
   if (!mailbox || !mailbox->isOpen()) return;
 
   if (until < 1) until = std::time(nullptr);
-  mailbox->setScope(windowScope(period, until));
+  const VXMScopeRef scope = windowScope(period, until);  // outlives the iteration that it governs
+  mailbox->setScope(scope);
   for (VXMessageRef message = mailbox->next(); message; message = mailbox->next()) {
     if (excluded(message->flags())) continue;
     CachedMessage record(message);

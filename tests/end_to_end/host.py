@@ -63,13 +63,17 @@ class Queued:
     def part(self, content_type):
         return [p for p in self.mail.walk() if p.get_content_type() == content_type]
 
+    def body(self, content_type):
+        """A body with LF line ends."""
+        return self.part(content_type)[0].get_content().replace("\r\n", "\n")
+
     @property
     def html(self):
-        return self.part("text/html")[0].get_content()
+        return self.body("text/html")
 
     @property
     def text(self):
-        return self.part("text/plain")[0].get_content()
+        return self.body("text/plain")
 
 
 def read_queued(path):
@@ -129,9 +133,24 @@ class Host:
     def run(self, *recipients, domain=None, until=None, period=DAY, want=0, zone="UTC0"):
         """The exported call for some mailboxes; returns the events that it logged to stderr."""
         domain = domain or recipients[0].rpartition("@")[2]
-        done = self.command("run", "--root", self.root, "--domain", domain, "--recipients", ",".join(recipients),
-                            "--period", period, "--until", until or self.until, want=want, zone=zone)
+        done = self.command(*self.run_arguments(recipients, domain, until or self.until, period), want=want, zone=zone)
         return parse_events(done.stderr)
+
+    def run_arguments(self, recipients, domain, until, period):
+        return ["run", "--verbose", "--root", self.root, "--domain", domain, "--recipients", ",".join(recipients),
+                "--period", period, "--until", until]
+
+    def run_at_once(self, *mailboxes):
+        """One process for each mailbox, all at the same time; returns their events."""
+        commands = [[COMMAND, *map(str, self.run_arguments([mailbox], mailbox.rpartition("@")[2], self.until, DAY))]
+                    for mailbox in mailboxes]
+        running = [subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) for command in commands]
+        events = []
+        for process in running:
+            events += parse_events(process.communicate(timeout=240)[1].decode())
+            if process.returncode != 0:
+                raise AssertionError("%s: exit %s" % (process.args, process.returncode))
+        return events
 
     def quarantine(self, mailbox):
         local, _, domain = mailbox.rpartition("@")

@@ -4,7 +4,7 @@ import shutil
 import unittest
 
 import expected
-from host import DAY, SHARE, Host
+from host import DAY, SHARE, Host, parse_events
 from page import Page
 
 HARMLESS = "From: %s <u@sender.example>\nSubject: %s\nMessage-Id: <%s@held.example>\n\nText\n"
@@ -42,11 +42,59 @@ class RunTest(unittest.TestCase):
                 self.assertEqual(events[0].code, code)
                 self.assertEqual(self.host.queued(), [])
 
-    def test_unknown_domain_fails_and_says_so(self):
-        events = self.host.run("who@nowhere.example", want=1)
-        self.assertEqual([event.name for event in events], ["report-failed"])
-        self.assertIn("Invalid user domain who@nowhere.example", events[0].fields["error"])
-        self.assertEqual(self.host.queued(), [])
+    def test_wrong_use_is_refused_before_anything_is_done(self):
+        cases = [
+            ("nowhere.example", "anna@nowhere.example", "nowhere.example"),
+            ("example.org", "dana@example.net", "dana@example.net"),
+            ("example.org", "anna@example.org,no address", "no address"),
+            ("example.org", "", ""),
+        ]
+        for domain, recipients, named in cases:
+            with self.subTest(domain=domain, recipients=recipients):
+                done = self.host.command(*self.host.run_arguments([recipients], domain, self.host.until, DAY), want=2)
+                self.assertIn(named, done.stderr)
+                self.assertEqual(self.host.queued(), [])
+
+    def test_wrong_configuration_is_refused_as_a_whole(self):
+        path = self.host.root / "etc/velmar/host.toml"
+        good = path.read_text()
+        cases = [("port = 443", "port = 70000", "port"), ("port = 443", "prot = 443", "prot"),
+                 ('template = "default"', 'template = "../default"', "../default"),
+                 ("[log]", "[log", "host.toml:")]
+        for old, new, named in cases:
+            with self.subTest(new):
+                path.write_text(good.replace(old, new, 1))
+                done = self.host.command(*self.host.run_arguments(["boris@example.org"], "example.org", self.host.until, DAY),
+                                         want=1)
+                self.assertIn(named, done.stderr)
+                self.assertEqual(self.host.queued(), [])
+
+    def test_failure_is_told_and_costs_only_its_report(self):
+        """What cannot be read or written fails the report, by name; once it is mended the same run succeeds."""
+        boris = self.host.quarantine("boris@example.org")
+        images = self.host.root / "migadmin/www/admin/images"
+        cases = [
+            ("the spool is a file", self.host.root / "var/spool/velmar", b"", "var/spool/velmar"),
+            ("the state store is none", self.host.root / "var/lib/velmar/state.db", b"no database " * 400, "state.db"),
+            ("the quarantine leads round in a circle", boris / "new", None, "boris~example.org/quarantine/new"),
+            ("an icon is too large", images / "icon_delete.png", bytes(2 << 20), "icon_delete.png"),
+        ]
+        for name, path, content, named in cases:
+            with self.subTest(name):
+                aside = self.host.directory / ("aside of " + path.name)
+                if path.exists():
+                    path.rename(aside)
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.symlink_to(path) if content is None else path.write_bytes(content)
+                events = self.host.run("boris@example.org", want=1)
+                self.assertEqual(events[-1].name, "report-failed")
+                self.assertIn(named, events[-1].fields["error"])
+                path.unlink()
+                if aside.exists():
+                    aside.rename(path)
+                self.assertEqual(self.host.queued(), [])
+                self.host.report("boris@example.org")
+                self.host.empty_queue()
 
     def test_several_mailboxes_in_order(self):
         events = self.host.run("chiyo@example.org", "felix@example.org", "boris@example.org")
@@ -99,21 +147,38 @@ class RunTest(unittest.TestCase):
                            harmless("m%04d" % number))
         mail = self.host.report("many@example.org")
         page = Page(mail.html)
-        got = [row["subject"] for row in page.rows]
-        self.assertEqual(got, ["Subject of m%04d" % number for number in range(1200)])
-        self.assertEqual([line for line in mail.text.split("\n") if line.startswith("Subject: ")],
-                         ["Subject: " + subject for subject in got])
+        listed = [line.removeprefix("Subject: ") for line in mail.text.split("\n") if line.startswith("Subject: ")]
+        for got in ([row["subject"] for row in page.rows], listed):
+            self.assertEqual(len(got), 1200)
+            for number, subject in enumerate(got):
+                self.assertEqual(subject, "Subject of m%04d" % number)
+
+    def test_several_runs_at_once(self):
+        """Processes that share state, log and spool make the same reports as one after the other."""
+        events = self.host.run_at_once(*expected.ACTIONS)
+        self.assertEqual(sorted(map(repr, self.host.log_file())), sorted(map(repr, events)))
+        self.assert_all_reports()
 
     def test_whole_host_on_several_threads(self):
-        """Every mailbox of the host at once gives what each gives alone."""
-        self.host.command("run", "--root", self.host.root, "--all", "--jobs", 4, "--period", DAY, "--until", self.host.until)
-        mails = {mail.mailbox: mail for mail in self.host.queued()}
-        self.assertEqual(set(mails), set(expected.ACTIONS))
-        for mailbox, mail in mails.items():
-            with self.subTest(mailbox=mailbox):
-                want = expected.report(self.host, mailbox)
-                self.assertEqual([row["subject"] for row in Page(mail.html).rows], [row.subject for row in want.rows])
+        done = self.host.command("run", "--verbose", "--root", self.host.root, "--all", "--jobs", 4, "--period", DAY,
+                                 "--until", self.host.until)
+        names = [event.name for event in parse_events(done.stderr)]
+        self.assertEqual({name: names.count(name) for name in names},
+                         {"report-built": 6, "nothing-held": 1, "report-disabled": 2, "no-recipients": 1,
+                          "list-links-repaired": 1})
+        self.assert_all_reports()
+
+    def assert_all_reports(self):
+        """One report for each mailbox that gets one, each with its own rows and its own images."""
+        mails = self.host.queued()
+        self.assertEqual(sorted(mail.mailbox for mail in mails), sorted(expected.ACTIONS))
+        for mail in mails:
+            with self.subTest(mailbox=mail.mailbox):
+                page, want = Page(mail.html), expected.report(self.host, mail.mailbox)
+                self.assertEqual([row["subject"] for row in page.rows], [row.subject for row in want.rows])
                 images = [part["Content-ID"] for part in mail.mail.walk() if part.get_content_maintype() == "image"]
+                used = {image["src"] for row in page.rows for image in row["images"]} | {i["src"] for i in page.images}
+                self.assertEqual({"<%s>" % source.removeprefix("cid:") for source in used}, set(images))
                 self.assertEqual(len(images), 4)
 
     def test_local_time(self):
@@ -186,7 +251,8 @@ class TemplateTest(unittest.TestCase):
         self.assertIn("Messages held", self.host.report("boris@example.org").html)
 
     def test_unusable_template_gives_the_default(self):
-        cases = [("missing", None), ("broken", "{{#QUARANTINE_MESSAGES_TABLE}} never closed"), ("../default", None)]
+        cases = [("missing", None), ("broken", "{{#QUARANTINE_MESSAGES_TABLE}} never closed"),
+                 ("unescaped", "<p>{{#QUARANTINE_MESSAGES_TABLE}}{{ORIG_SUBJECT:none}}{{/QUARANTINE_MESSAGES_TABLE}}</p>")]
         for name, html in cases:
             with self.subTest(template=name):
                 if html:

@@ -1,0 +1,174 @@
+// Parses the three texts of a report template into a private, frozen ctemplate cache. The template store owns these.
+//
+// Nothing here reads files, and a frozen cache of its own means that ctemplate does not either: no include path, no
+// global state, no reload.
+
+#include "host/mail_builder/report_template.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "host/mail_builder/template_errors.h"
+#include "host/mail_builder/text_modifiers.h"
+#include "host/mail_builder/utf8.h"
+#include "platform/types.h"
+
+namespace Velmar::Host {
+namespace {
+
+constexpr std::string_view kPragma = R"({{%AUTOESCAPE context="HTML"}})";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::array<std::string_view, 2> kHeldTexts = {"ORIG_FROM", "ORIG_SUBJECT"};
+
+struct Piece {
+  const char* key;  // in the cache
+  const char* file;
+  ctemplate::Strip strip;
+};
+
+/// By the value of TemplatePiece.
+constexpr std::array<Piece, 5> kPieces = {{
+    {"header.tpl/From", "header.tpl", ctemplate::DO_NOT_STRIP},
+    {"header.tpl/Subject", "header.tpl", ctemplate::DO_NOT_STRIP},
+    {"header.tpl/Envelope-From", "header.tpl", ctemplate::DO_NOT_STRIP},
+    {"body.html.tpl", "body.html.tpl", ctemplate::STRIP_BLANK_LINES},
+    {"body.txt.tpl", "body.txt.tpl", ctemplate::DO_NOT_STRIP},
+}};
+
+const Piece& pieceOf(TemplatePiece piece) { return kPieces[static_cast<std::size_t>(piece)]; }
+
+struct HeaderLine {
+  std::string_view name;
+  TemplatePiece piece;
+};
+
+constexpr std::array<HeaderLine, 3> kHeaderLines = {{
+    {"From:", TemplatePiece::From},
+    {"Subject:", TemplatePiece::Subject},
+    {"Envelope-From:", TemplatePiece::EnvelopeFrom},
+}};
+
+/// The text without a byte order mark and with LF line ends.
+std::string plainText(std::string_view text) {
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) text.remove_prefix(kByteOrderMark.size());
+  std::string plain;
+  plain.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\r' || text.substr(i, 2) != "\r\n") plain += text[i];
+  }
+  return plain;
+}
+
+std::string at(const char* file, std::string_view text, std::size_t place) {
+  std::size_t line = 1;
+  for (const char c : text.substr(0, place)) line += c == '\n';
+  return std::string(file) + ":" + std::to_string(line) + ": ";
+}
+
+/// Faults that ctemplate would let pass; "" when there is none.
+std::string forbidden(const char* file, std::string_view text) {
+  struct Rule {
+    std::string_view marker;
+    const char* reason;
+  };
+  constexpr Rule kRules[] = {{"{{>", "includes are not supported"}, {"{{=", "other delimiters are not supported"}};
+  if (trimmed(text).empty()) return std::string(file) + ": is missing or empty";
+  if (text.find('\0') != std::string_view::npos || utf8Quality(text).malformed > 0) {
+    return std::string(file) + ": is not UTF-8 text";
+  }
+  for (const Rule& rule : kRules) {
+    const std::size_t place = text.find(rule.marker);
+    if (place != std::string_view::npos) return at(file, text, place) + rule.reason;
+  }
+  return {};
+}
+
+/// The place of a marker that writes a held text into HTML unescaped; npos when there is none.
+std::size_t unescapedHeldText(std::string_view html) {
+  for (const std::string_view name : kHeldTexts) {
+    const std::string marker = "{{" + std::string(name) + ":";
+    for (std::size_t from = html.find(marker); from != std::string_view::npos; from = html.find(marker, from + 1)) {
+      const std::string modifiers = std::string(html.substr(from, html.find("}}", from) - from)) + ":";
+      if (modifiers.find(":none:") != std::string::npos) return from;
+    }
+  }
+  return std::string_view::npos;
+}
+
+bool isComment(std::string_view line) { return line.substr(0, 3) == "{{!" && line.find("}}") == line.size() - 2; }
+
+}  // namespace
+
+ReportTemplate::ReportTemplate(const TemplateTexts& texts, std::string name) : name_(std::move(name)) {
+  registerTextModifiers();
+  parseHeader(plainText(texts.header));
+  parseHtml(plainText(texts.html));
+  parseText(plainText(texts.text));
+  cache_.Freeze();
+}
+
+std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const {
+  if (!error_.empty()) {
+    throw Exception("TemplateException", 4, "ReportTemplate", __LINE__, "template " + name_ + ": " + error_);
+  }
+  std::string text;
+  const Piece& wanted = pieceOf(piece);
+  if (!cache_.ExpandNoLoad(wanted.key, wanted.strip, &values, nullptr, &text)) {
+    throw Exception("TemplateException", 4, "ReportTemplate", __LINE__,
+                    "template " + name_ + ": " + wanted.file + " cannot be expanded");
+  }
+  return text;
+}
+
+bool ReportTemplate::parse(TemplatePiece piece, const std::string& text, ctemplate::Strip strip) {
+  const TemplateErrors errors;
+  if (cache_.StringToTemplateCache(pieceOf(piece).key, text, strip)) return true;
+  fail(std::string(pieceOf(piece).file) + ": " + errors.text());
+  return false;
+}
+
+void ReportTemplate::parseHeader(const std::string& header) {
+  const std::string fault = forbidden("header.tpl", header);
+  if (!fault.empty()) return fail(fault);
+  std::array<bool, kHeaderLines.size()> seen{};
+  for (std::size_t from = 0, end = 0; from < header.size(); from = end + 1) {
+    end = std::min(header.find('\n', from), header.size());
+    const std::string_view line = trimmed(std::string_view(header).substr(from, end - from));
+    if (line.empty() || isComment(line)) continue;
+    std::size_t i = 0;
+    while (i < kHeaderLines.size() && line.substr(0, kHeaderLines[i].name.size()) != kHeaderLines[i].name) ++i;
+    const std::string place = at("header.tpl", header, from);
+    if (i == kHeaderLines.size()) return fail(place + "neither From:, Subject: nor Envelope-From:");
+    if (std::exchange(seen[i], true)) return fail(place + "a second " + std::string(kHeaderLines[i].name));
+    const std::string value(trimmed(line.substr(kHeaderLines[i].name.size())));
+    if (!parse(kHeaderLines[i].piece, value, ctemplate::DO_NOT_STRIP)) return;
+  }
+  for (std::size_t i = 0; i < kHeaderLines.size(); ++i) {
+    if (!seen[i]) return fail("header.tpl: no line " + std::string(kHeaderLines[i].name));
+  }
+}
+
+void ReportTemplate::parseHtml(std::string html) {
+  const std::string fault = forbidden("body.html.tpl", html);
+  if (!fault.empty()) return fail(fault);
+  const std::size_t place = unescapedHeldText(html);
+  if (place != std::string::npos) {
+    return fail(at("body.html.tpl", html, place) + ":none would let a held message write markup");
+  }
+  if (html.compare(0, kPragma.size(), kPragma) != 0) html.insert(0, kPragma);
+  parse(TemplatePiece::Html, html, pieceOf(TemplatePiece::Html).strip);
+}
+
+void ReportTemplate::parseText(const std::string& text) {
+  const std::string fault = forbidden("body.txt.tpl", text);
+  if (!fault.empty()) return fail(fault);
+  parse(TemplatePiece::Text, text, pieceOf(TemplatePiece::Text).strip);
+}
+
+void ReportTemplate::fail(const std::string& reason) {
+  if (error_.empty()) error_ = reason;
+}
+
+}  // namespace Velmar::Host

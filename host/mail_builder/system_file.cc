@@ -1,0 +1,62 @@
+// Reads whole files with a bound. Templates, images and the spool come through here.
+
+#include "host/mail_builder/system_file.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "platform/types.h"
+
+namespace Velmar::Host {
+namespace {
+
+constexpr std::size_t kStep = 64 * 1024;
+
+long long nanoseconds(const struct timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
+
+}  // namespace
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+  std::swap(fd_, other.fd_);
+  return *this;
+}
+
+Descriptor::~Descriptor() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+FileIdentity identityOf(const struct stat& status) noexcept {
+  return {status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
+}
+
+std::string readUpTo(int fd, std::size_t limit, const std::string& path) {
+  std::string bytes;
+  struct stat status {};
+  if (::fstat(fd, &status) == 0 && status.st_size > 0) {
+    bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit) + 1);
+  }
+  for (;;) {
+    const std::size_t before = bytes.size();
+    bytes.resize(before + std::clamp(bytes.capacity() - before, std::size_t{1}, kStep));
+    const ssize_t got = ::read(fd, bytes.data() + before, bytes.size() - before);
+    bytes.resize(before + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    if (got == 0) return bytes;
+    if (got < 0 && errno != EINTR) {
+      throw Exception("FileException", 4, "SystemFile", __LINE__, path + " cannot be read: " + errorText(errno));
+    }
+    if (bytes.size() > limit) {
+      throw Exception("FileException", 4, "SystemFile", __LINE__,
+                      path + " is larger than " + std::to_string(limit) + " bytes");
+    }
+  }
+}
+
+std::string errorText(int error) { return std::generic_category().message(error); }
+
+}  // namespace Velmar::Host

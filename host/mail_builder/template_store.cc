@@ -1,0 +1,138 @@
+// Finds and reads report templates and keeps the parsed ones for the process. VXCustomizedEmailTemplate::create() calls
+// this once a report, `spamreport check` once a template. It knows nothing of dictionaries and mails.
+
+#include "host/mail_builder/template_store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "host/common/root.h"
+#include "host/mail_builder/system_file.h"
+#include "platform/types.h"
+
+namespace Velmar::Host {
+namespace {
+
+constexpr std::size_t kMaxFile = std::size_t{1} << 20;
+constexpr std::size_t kMaxKept = 256;  // templates; one a domain is usual
+
+// A file changed this shortly before it was read may change once more within the same tick of its time stamp.
+constexpr long long kUnsettled = 50'000'000;  // nanoseconds
+
+constexpr std::array<const char*, 3> kFiles = {"header.tpl", "body.html.tpl", "body.txt.tpl"};
+
+struct TemplateFile {
+  Descriptor descriptor{-1};
+  FileIdentity identity;
+};
+using TemplateFiles = std::array<TemplateFile, kFiles.size()>;
+using Identities = std::array<FileIdentity, kFiles.size()>;
+
+struct KeptTemplate {
+  Identities identities;
+  bool settled = false;
+  std::shared_ptr<const ReportTemplate> parsed;
+};
+
+std::mutex keptMutex;
+
+std::map<std::string, KeptTemplate>& kept() {
+  static std::map<std::string, KeptTemplate> templates;
+  return templates;
+}
+
+Exception cannotLook(const std::string& path, const std::string& reason) {
+  return Exception("TemplateException", 4, "TemplateStore", __LINE__, "template file " + path + ": " + reason);
+}
+
+/// The opened file; one that is not there is not open.
+TemplateFile openFile(const std::string& path) {
+  TemplateFile file;
+  file.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  if (!file.descriptor.isOpen()) {
+    if (errno == ENOENT || errno == ENOTDIR) return file;
+    throw cannotLook(path, errorText(errno));
+  }
+  struct stat status {};
+  if (::fstat(file.descriptor.get(), &status) != 0) throw cannotLook(path, errorText(errno));
+  if (!S_ISREG(status.st_mode)) throw cannotLook(path, "is not a regular file");
+  file.identity = identityOf(status);
+  return file;
+}
+
+Identities identitiesOf(const TemplateFiles& files) {
+  Identities identities;
+  for (std::size_t i = 0; i < files.size(); ++i) identities[i] = files[i].identity;
+  return identities;
+}
+
+bool areSettled(const Identities& identities) {
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  const long long latest = now.tv_sec * 1'000'000'000LL + now.tv_nsec - kUnsettled;
+  for (const FileIdentity& identity : identities) {
+    if (identity.modified > latest || identity.changed > latest) return false;
+  }
+  return true;
+}
+
+std::shared_ptr<const ReportTemplate> parseFiles(const std::string& directory, const TemplateFiles& files) {
+  std::array<std::string, kFiles.size()> texts;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (files[i].descriptor.isOpen()) {
+      texts[i] = readUpTo(files[i].descriptor.get(), kMaxFile, directory + "/" + kFiles[i]);
+    }
+  }
+  return std::make_shared<const ReportTemplate>(
+      TemplateTexts{std::move(texts[0]), std::move(texts[1]), std::move(texts[2])}, directory);
+}
+
+std::shared_ptr<const ReportTemplate> keptTemplate(const std::string& directory, const Identities& identities) {
+  const std::lock_guard lock(keptMutex);
+  const auto found = kept().find(directory);
+  if (found == kept().end() || !found->second.settled || found->second.identities != identities) return nullptr;
+  return found->second.parsed;
+}
+
+void keep(const std::string& directory, KeptTemplate entry) {
+  const std::lock_guard lock(keptMutex);
+  if (kept().size() >= kMaxKept && !kept().contains(directory)) kept().clear();
+  kept()[directory] = std::move(entry);
+}
+
+}  // namespace
+
+std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& directory) {
+  TemplateFiles files;
+  std::size_t missing = 0;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    files[i] = openFile(directory + "/" + kFiles[i]);
+    if (!files[i].descriptor.isOpen()) ++missing;
+  }
+  if (missing == files.size()) return nullptr;
+
+  KeptTemplate entry;
+  entry.identities = identitiesOf(files);
+  if (auto parsed = keptTemplate(directory, entry.identities)) return parsed;
+  entry.settled = areSettled(entry.identities);
+  entry.parsed = parseFiles(directory, files);
+  keep(directory, entry);
+  return entry.parsed;
+}
+
+std::shared_ptr<const ReportTemplate> findReportTemplate(const std::string& name, const std::string& domain) {
+  if (!isPathComponent(name)) return nullptr;
+  const std::string own = underRoot("/etc/velmar/templates/");
+  if (!domain.empty()) return isPathComponent(domain) ? reportTemplateIn(own + domain + "/" + name) : nullptr;
+  auto found = reportTemplateIn(own + name);
+  return found ? found : reportTemplateIn(shareDirectory() + "/templates/" + name);
+}
+
+}  // namespace Velmar::Host
