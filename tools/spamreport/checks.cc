@@ -89,9 +89,8 @@ void addImageChecks(std::vector<Check>& checks) {
       mail.add_image_inline(path, ContentType::SUBTYPE_PNG);
       return path;
     };
-    checks.push_back(
-        {std::string("image ") + name, look,
-         "put a readable PNG of at most 1 MiB there; share/velmar/images has one. Reports show words instead"});
+    checks.push_back({std::string("image ") + name, look,
+                      "put a readable image of at most 1 MiB there, or remove it: the installed one stands in"});
   }
 }
 
