@@ -39,10 +39,20 @@ std::string templateDomain(const std::string& domain) {
   return mainDomain && *mainDomain ? mainDomain : domain;
 }
 
-/// Loads a template and expands each of its parts without values.
+/// Values as a report sets them, for what a template makes of them: From must be an address afterwards, for instance.
+constexpr std::array<std::pair<const char*, const char*>, 5> kSampleValues{{
+    {"RELEASE_CONTROL_USER", "release@mail.example"},
+    {"DELETE_CONTROL_USER", "delete@mail.example"},
+    {"QUARANTINE_MESSAGES_COUNT", "1"},
+    {"QUARANTINE_PERIOD_FROM", "Nov 22, 2026, 8:00 AM"},
+    {"QUARANTINE_PERIOD_TO", "Nov 22, 2026, 12:00 PM"},
+}};
+
+/// Loads a template and expands each of its parts.
 std::string lookAtTemplate(const std::string& name, const std::string& domain) {
   const auto loaded = VXCustomizedEmailTemplate::create(kReportTemplate, name, domain, 0);
   if (!loaded || !loaded->good()) throw std::runtime_error("\"" + name + "\" is missing or does not parse");
+  for (const auto& [variable, value] : kSampleValues) loaded->set(variable, value);
   const std::array<std::pair<const char*, std::string>, 3> parts{{{"From line", loaded->headerFromRFC2047()},
                                                                   {"HTML body", loaded->htmlbody()},
                                                                   {"text body", loaded->textbody()}}};
@@ -79,9 +89,8 @@ void addImageChecks(std::vector<Check>& checks) {
       mail.add_image_inline(path, ContentType::SUBTYPE_PNG);
       return path;
     };
-    checks.push_back(
-        {std::string("image ") + name, look,
-         "put a readable PNG of at most 1 MiB there; share/velmar/images has one. Reports show words instead"});
+    checks.push_back({std::string("image ") + name, look,
+                      "put a readable image of at most 1 MiB there, or remove it: the installed one stands in"});
   }
 }
 

@@ -85,8 +85,10 @@ int preview(const PreviewOptions& options) {
   buildReport(options, until);
   const Outcome outcome = outcomeOf(collector.take(), false, false);
   if (!catcher.mail()) {
-    const std::string why = outcome.kind == OutcomeKind::kFailed ? "" : std::string(kindText(outcome.kind)) + " ";
-    std::cerr << "spamreport: no report for " << Host::printable(options.address + ": " + why + outcome.detail) << "\n";
+    const std::string why = outcome.kind == OutcomeKind::kFailed ? "" : kindText(outcome.kind);
+    const std::string blank = why.empty() || outcome.detail.empty() ? "" : " ";
+    std::cerr << "spamreport: no report for " << Host::printable(options.address + ": " + why + blank + outcome.detail)
+              << "\n";
     return kFailed;
   }
   std::cout << Host::printable(options.address + ": " + outcome.detail) << "\n";

@@ -35,6 +35,9 @@ struct Request {
   bool logAsConfigured = false;  ///< else events reach stderr only when asked for: the command says what matters itself
 };
 
+/// A check that does not show in the help.
+CLI::Validator unnamed(CLI::Validator check) { return check.description(""); }
+
 CLI::App* addCommand(CLI::App& parent, Request& request, const std::string& name, const std::string& description,
                      std::function<int()> action) {
   CLI::App* command = parent.add_subcommand(name, description);
@@ -43,20 +46,22 @@ CLI::App* addCommand(CLI::App& parent, Request& request, const std::string& name
 }
 
 void addCommon(CLI::App& command, Common& common) {
-  command.add_option("--root", common.root, "Directory that stands for / (default: VELMAR_ROOT, else /)")
+  command
+      .add_option("--root", common.root,
+                  "Directory that stands for / (default: the one in the\nenvironment variable VELMAR_ROOT, else /)")
       ->type_name("DIR")
-      ->check(CLI::ExistingDirectory);
-  command.add_flag("-v,--verbose", common.verbose, "Write the log events to stderr, whatever the configuration says");
+      ->check(unnamed(CLI::ExistingDirectory));
+  command.add_flag("-v,--verbose", common.verbose, "Write the log events to stderr, whatever the\nconfiguration says");
 }
 
 void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
-  command.add_option("--period", period, "Length of the report period; 0 = since the last scheduled hour (default)")
+  command.add_option("--period", period, "Length of the report period; 0 = since the last\nscheduled hour (default)")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0, 2147483647));
+      ->check(unnamed(CLI::Range(0, 2147483647)));
   command
       .add_option("--until", until,
-                  "End of the period: seconds since the epoch or a time like 2026-11-22T08:00[:00][Z|+01:00], "
-                  "without a zone local time; 0 = now (default)")
+                  "End of the period: seconds since the epoch, or a time\nlike 2026-11-22T08:00[:00][Z|+01:00], "
+                  "without a zone\nlocal time; 0 = now (default)")
       ->type_name("TIME");
 }
 
@@ -66,12 +71,12 @@ void addRun(CLI::App& app, Request& request) {
   run->preparse_callback([&request](std::size_t) { request.logAsConfigured = true; });
   run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")->type_name("DOMAIN");
   run->add_option("--recipients", request.run.recipients,
-                  "Addresses of the mailboxes, separated by commas (default: all of the domain)")
+                  "Addresses of the mailboxes, separated by commas\n(default: all of the domain)")
       ->type_name("LIST");
   run->add_flag("--all", request.run.all, "All mailboxes of all configured domains");
-  run->add_option("--jobs", request.run.jobs, "Threads to work on (default: 1)")
+  run->add_option("--jobs", request.run.jobs, "Reports that are made at once, 1 to 256 (default: 1)")
       ->type_name("N")
-      ->check(CLI::Range(1, 256));
+      ->check(unnamed(CLI::Range(1, 256)));
   addPeriod(*run, request.run.period, request.run.until);
   addCommon(*run, request.common);
 }
@@ -83,7 +88,7 @@ void addPreview(CLI::App& app, Request& request) {
   addPeriod(*preview, request.preview.period, request.preview.until);
   preview
       ->add_option("--output", request.preview.directory,
-                   "Where report.eml, report.html and report.txt are written (default: here)")
+                   "Where report.eml, report.html and report.txt are\nwritten (default: here)")
       ->type_name("DIR");
   addCommon(*preview, request.common);
 }
@@ -95,7 +100,6 @@ void addCheck(CLI::App& app, Request& request) {
 
 void addLists(CLI::App& app, Request& request) {
   CLI::App* lists = app.add_subcommand("lists", "Show and change the address lists of users");
-  lists->require_subcommand(1);
   CLI::App* show = addCommand(*lists, request, "show", "Show all lists of a user",
                               [&request] { return showLists(request.list.owner); });
   CLI::App* add =
@@ -114,7 +118,6 @@ void addLists(CLI::App& app, Request& request) {
 
 void addPrefs(CLI::App& app, Request& request) {
   CLI::App* prefs = app.add_subcommand("prefs", "Show and change the preferences of users");
-  prefs->require_subcommand(1);
   CLI::App* show = addCommand(*prefs, request, "show", "Show the preferences of a user",
                               [&request] { return showPreferences(request.address); });
   show->add_option("ADDRESS", request.address, "Address of the user")->required();
@@ -122,14 +125,15 @@ void addPrefs(CLI::App& app, Request& request) {
   CLI::App* set = addCommand(*prefs, request, "set", "Set a preference of a user",
                              [&request] { return setLanguage(request.address, request.value); });
   set->add_option("ADDRESS", request.address, "Address of the user")->required();
-  set->add_option("KEY", request.key, "The preference: language")->required()->check(CLI::IsMember({"language"}));
-  set->add_option("VALUE", request.value, "Language code like de or pt-BR; none removes the preference")->required();
+  set->add_option("KEY", request.key, "The preference: language")
+      ->required()
+      ->check(unnamed(CLI::IsMember({"language"})));
+  set->add_option("VALUE", request.value, "Language code like de or pt-BR; none removes it")->required();
   addCommon(*set, request.common);
 }
 
 void addQueue(CLI::App& app, Request& request) {
   CLI::App* queue = app.add_subcommand("queue", "Show the mails that wait to be handed on");
-  queue->require_subcommand(1);
   addCommon(*addCommand(*queue, request, "list", "List what waits, oldest first", [] { return listQueue(); }),
             request.common);
   CLI::App* show = addCommand(*queue, request, "show", "Write a whole mail to standard output",
@@ -153,8 +157,9 @@ void build(CLI::App& app, Request& request) {
   app.footer(
       "Exit status: 0 good, 1 something failed, 2 wrong use.\n\"spamreport COMMAND --help\" explains a command.");
   app.set_version_flag("--version", std::string("spamreport ") + Host::version());
-  app.require_subcommand(1);
-  app.get_formatter()->column_width(34);
+  app.get_formatter()->column_width(24);
+  app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+  app.get_formatter()->label("Subcommands", "Commands");
   addRun(app, request);
   addPreview(app, request);
   addCheck(app, request);
@@ -173,6 +178,8 @@ void applyCommon(const Request& request) {
   }
   if (common.verbose || !request.logAsConfigured) Host::setLogToStderr(common.verbose);
 }
+
+constexpr char kSeeHelp[] = " (see spamreport --help)";
 
 int complain(const std::string& text, int exitCode) {
   std::cout.flush();
@@ -201,9 +208,9 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return app.exit(e);  // --help and --version
-    return complain(std::string(e.what()) + " (see spamreport --help)", kWrongUse);
+    return complain(std::string(e.what()) + kSeeHelp, kWrongUse);
   }
-  return perform(request);
+  return request.action ? perform(request) : complain(std::string("no command was given") + kSeeHelp, kWrongUse);
 }
 
 }  // namespace
