@@ -36,9 +36,9 @@ Descriptor openSubdirectory(const Descriptor& parent, const char* name, const st
   Descriptor directory(::openat(parent.get(), name, O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | flags));
   if (directory) return directory;
   const int error = errno;
-  // A link is reported as "not a directory" too, but mail may well stand behind it: that is no sure "no".
-  if (error != ENOENT) throw systemError(__LINE__, "cannot open directory", path, error);
+  // A link is reported as "not a directory", which would hide what is wrong.
   if (isSymbolicLink(parent, name)) throw systemError(__LINE__, "symbolic link is not followed:", path, ELOOP);
+  if (error != ENOENT) throw systemError(__LINE__, "cannot open directory", path, error);
   return directory;
 }
 
