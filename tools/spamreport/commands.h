@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <stdexcept>
+#include <optional>
 #include <string>
 
 namespace Velmar::Tool {
@@ -26,7 +27,7 @@ class WrongUse : public std::invalid_argument {
 struct RunOptions {
   bool all = false;  ///< every mailbox of every domain; else `domain` is set
   std::string domain;
-  std::string recipients;  ///< separated by commas; "" = every mailbox of the domain
+  std::optional<std::string> recipients;  ///< separated by commas; none = every mailbox of the domain
   int jobs = 1;            ///< threads
   std::int32_t period = 0;
   std::string until = "0";

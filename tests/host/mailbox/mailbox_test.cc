@@ -364,7 +364,7 @@ TEST_F(Mailbox, MissingIsEmptyAndEverythingElseIsAnError) {
   root.makeDirectory("home/d.example/bare~d.example");
   EXPECT_FALSE(open("/home/d.example/bare~d.example/quarantine"));
   root.write("home/d.example/file~d.example", "");
-  EXPECT_FALSE(open("/home/d.example/file~d.example/quarantine"));
+  EXPECT_THROW(open("/home/d.example/file~d.example/quarantine"), Exception);
 
   const std::string badNames[] = {
       "",
