@@ -2,8 +2,11 @@
 
 // The small public face of the host platform, for the administrator's command and the benchmarks.
 
+#include <array>
 #include <functional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,6 +17,26 @@ namespace Velmar::Host {
 /// The version of this software, e.g. "1.0.0".
 VLM_EXPORT const char* version();
 
+/// The directory of what is installed beside the code (templates, images, demo): VELMAR_SHARE from the environment,
+/// else found relative to this library. Not below the root: it belongs to the program.
+VLM_EXPORT std::string shareDirectory();
+
+/// Any bytes as text for a terminal: control characters, bytes that are not UTF-8 and characters that hide text or turn
+/// its direction are written as escapes (\n, \xHH). Quotes and backslashes stay. Never a line break in it.
+VLM_EXPORT std::string printable(std::string_view bytes);
+
+/// What is known of one log event.
+struct EventInfo {
+  unsigned int code;
+  const char* name;                   ///< as in docs/log-events.md
+  std::array<const char*, 3> fields;  ///< names of its fields in order; null = no further one
+  bool failure;                       ///< a report that was due is not sent
+  const char* meaning;                ///< one line for people
+};
+
+/// All log events, by ascending code. They live as long as the process.
+VLM_EXPORT std::span<const EventInfo> eventTable() noexcept;
+
 /// One log event as it was emitted. References are valid during the call of an observer only.
 struct Event {
   unsigned int code;
@@ -22,10 +45,12 @@ struct Event {
 };
 
 /// Calls `observer` for each event of any thread, beside the log's own sinks, until another one (or null) is set.
-/// The observer must not throw, must not log, and must be safe to call from the threads that report.
+/// The observer must not throw, must not log or set an observer, and must be safe to call from the threads that report.
+/// When this returns, the observer that was set before is no longer running.
 VLM_EXPORT void setEventObserver(std::function<void(const Event&)> observer);
 
-/// Whether events are also written to stderr. The configuration decides unless this is called. Any thread.
+/// Whether events are also written to stderr. The configuration decides unless this is called, and a log file that
+/// cannot be written sends them there. Any thread.
 VLM_EXPORT void setLogToStderr(bool enabled);
 
 /// A mail as the library hands it to the queue.
@@ -34,9 +59,9 @@ struct QueuedMail {
   std::string sender;                   ///< envelope sender; "" = null reverse-path
   std::vector<std::string> recipients;  ///< envelope recipients
   bool suppressDsn = false;
-  std::string content;                  ///< the mail, CRLF line ends
-  std::string html;                     ///< the HTML alternative with its cid: references; empty when read from the spool
-  std::string text;                     ///< the plain alternative; empty when read from the spool
+  std::string content;  ///< the mail, CRLF line ends
+  std::string html;     ///< the HTML alternative with its cid: references; empty when read from the spool
+  std::string text;     ///< the plain alternative; empty when read from the spool
 };
 
 /// From now on mails of any thread go to `sink` instead of the spool; null restores the spool.

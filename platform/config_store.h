@@ -28,11 +28,11 @@ enum G_CLI_GID : int {
 /// System-wide settings of quarantine reports (G_CLI_SPAM_REPORT).
 struct __aps_spam_report {
   std::uint32_t ngid;
-  std::uint32_t schedule;         ///< bit h set = reports run at hour h, local time
-  std::uint32_t port;             ///< TCP port of the web interface, 1 to 65535
-  std::int32_t accessLinkHours;   ///< validity of the web-login link in hours; 0 or less = no such link
-  char webHost[258];              ///< host name of the web links; empty = none configured
-  char templateName[38];          ///< name of the system-wide report template
+  std::uint32_t schedule;        ///< bit h set = reports run at hour h, local time
+  std::uint32_t port;            ///< TCP port of the web interface, 1 to 65535
+  std::int32_t accessLinkHours;  ///< validity of the web-login link in hours; 0 or less = no such link
+  char webHost[258];             ///< host name of the web links; empty = none configured
+  char templateName[38];         ///< name of the system-wide report template
 };
 static_assert(sizeof(__aps_spam_report) == 312);
 static_assert(offsetof(__aps_spam_report, schedule) == 4);
@@ -98,10 +98,10 @@ struct __aps_user_group {
 /// The recipient policy that manages an address.
 struct __recipient_policy {
   std::uint32_t ngid;
-  std::uint32_t flag;                  ///< the policy's own flag word
-  std::int32_t antispamProfile;        ///< number of the anti-spam profile; 0 = none
-  std::uint32_t userGroup;             ///< number of the user group; 0 = none
-  std::uint32_t spamReport;            ///< non-zero = the policy takes part in quarantine reports
+  std::uint32_t flag;            ///< the policy's own flag word
+  std::int32_t antispamProfile;  ///< number of the anti-spam profile; 0 = none
+  std::uint32_t userGroup;       ///< number of the user group; 0 = none
+  std::uint32_t spamReport;      ///< non-zero = the policy takes part in quarantine reports
 };
 
 /// The global configuration block.
@@ -179,9 +179,9 @@ struct VLM_EXPORT ApsGwServer : public RefImpl {
   bool groupOwnerOption = false;  ///< handed to the owner lookup
   bool groupOwnerOnly = false;    ///< leave the mailbox out when there are owners
   std::int32_t groupOwnerLdapProfile = -1;
-  bool sendToOthers = false;      ///< the addresses of otherRecipients receive them
-  std::string otherRecipients;    ///< RFC 5322 address list
-  bool useOwnTemplate = false;    ///< templateName names a template of this domain
+  bool sendToOthers = false;    ///< the addresses of otherRecipients receive them
+  std::string otherRecipients;  ///< RFC 5322 address list
+  bool useOwnTemplate = false;  ///< templateName names a template of this domain
   std::string templateName;
   std::uint32_t profileDomain = 0;  ///< domain number under which its anti-spam profiles are kept
 };

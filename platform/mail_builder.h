@@ -119,8 +119,8 @@ class VLM_EXPORT VXCustomizedEmailTemplate {
   /// name      template name; names that are no single path component never match
   /// domain    domain whose own templates are looked up; "" = system-wide
   /// reserved  0
-  /// Returns a template; an empty handle or one that is not good() when there is none of this name or it does not parse.
-  /// Throws Exception when it could not look. Any thread.
+  /// Returns a template; an empty handle or one that is not good() when there is none of this name or it does not
+  /// parse. Throws Exception when it could not look. Any thread.
   static boost::shared_ptr<VXCustomizedEmailTemplate> create(int type, const std::string& name,
                                                              const std::string& domain, int reserved);
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/host.h"  // shareDirectory
 #include "platform/export.h"
 
 namespace Velmar::Host {
@@ -26,9 +27,5 @@ VLM_EXPORT bool isPathComponent(std::string_view value) noexcept;
 /// The directory of a mailbox as a path of the system: "/home/DOMAIN/LOCAL~DOMAIN".
 /// address  bare address, split at its last "@". Throws Exception when a part is no path component.
 VLM_EXPORT std::string mailboxDirectory(const std::string& address);
-
-/// The directory of what is installed beside the code (templates, images, demo): VELMAR_SHARE from the environment,
-/// else found relative to this library. Not below the root: it belongs to the program.
-VLM_EXPORT std::string shareDirectory();
 
 }  // namespace Velmar::Host

@@ -1,0 +1,60 @@
+#pragma once
+
+// What the benchmarks share: a clock, medians, and a Maildir to work on.
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Bench {
+
+inline constexpr long kNow = 1700000000;
+
+inline double seconds(const std::function<void()>& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+inline double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+/// Messages one second apart, the newest at kNow - 1, of about 3 kB each, in cur/.
+inline void makeMaildir(const std::filesystem::path& quarantine, int count) {
+  for (const char* part : {"new", "cur", "tmp"}) std::filesystem::create_directories(quarantine / part);
+  const std::string filler(800, 'x');
+  for (int i = 0; i < count; ++i) {
+    std::ofstream out(quarantine / "cur" / (std::to_string(kNow - 1 - i) + ".M" + std::to_string(i) + "P1.bench:2,S"));
+    out << "Received: from a.example by b.example; " << filler << "\nFrom: Sender " << i << " <s" << i
+        << "@example.com>\nTo: bench@example.org\nSubject: =?UTF-8?Q?Offer_number_" << i << "?=\nMessage-ID: <m" << i
+        << "@example.com>\nDate: Tue, 14 Nov 2023 22:13:20 +0000\n\n"
+        << filler << "\n"
+        << filler << "\n";
+  }
+}
+
+/// A temporary root, named in VELMAR_ROOT, removed with the object.
+class Root {
+ public:
+  Root() {
+    char directory[] = "/tmp/velmar-bench-XXXXXX";
+    path_ = mkdtemp(directory);
+    setenv("VELMAR_ROOT", path_.c_str(), 1);
+  }
+  Root(const Root&) = delete;
+  Root& operator=(const Root&) = delete;
+  ~Root() { std::filesystem::remove_all(path_); }
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace Bench

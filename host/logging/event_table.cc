@@ -1,0 +1,60 @@
+// The one place that knows the log events by name. docs/log-events.md says the same for people, and a test holds the
+// two together. Log lines take names and field names from here; so does the administrator's command.
+
+#include "host/logging/event_table.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace Velmar::Host {
+namespace {
+
+constexpr bool kFailure = true;
+constexpr bool kNoFailure = false;
+
+constexpr std::array kEvents{
+    EventInfo{0x8000b, "report-failed", {"error"}, kFailure, "a report could not be built or queued"},
+    EventInfo{0x8000c, "web-host-left-empty", {"text"}, kNoFailure, "links of a report have no host (cluster state)"},
+    EventInfo{0x8000d, "group-owner-lookup-failed", {"mailbox"}, kNoFailure, "a report went out without group owners"},
+    EventInfo{0x8000e, "report-disabled", {"mailbox"}, kNoFailure, "policy or profile switches the report off"},
+    EventInfo{0x8000f, "no-recipients", {"mailbox"}, kNoFailure, "the domain's settings name nobody to send to"},
+    EventInfo{0x80010, "nothing-held", {"mailbox"}, kNoFailure, "no message was held in the period"},
+    EventInfo{0x80011, "report-built", {"count", "mailbox", "recipients"}, kNoFailure, "a report is built and sent"},
+    EventInfo{
+        0x80012, "no-template", {"operation", "template"}, kFailure, "neither this template nor \"default\" loads"},
+    EventInfo{
+        0x80013, "list-links-repaired", {"removed", "mailbox"}, kNoFailure, "one-sided address links were removed"},
+    EventInfo{0x80014, "no-address-in-path", {"path"}, kFailure, "a mailbox directory has no address in its name"},
+    EventInfo{0x80015, "failed-report-given-up", {"error"}, kFailure, "a failed report will not be tried again"},
+};
+
+constexpr bool ascending() {
+  for (std::size_t i = 1; i < kEvents.size(); ++i) {
+    if (kEvents[i - 1].code >= kEvents[i].code) return false;
+  }
+  return true;
+}
+static_assert(ascending(), "findEvent searches by halves");
+
+constexpr bool namesDiffer() {
+  for (std::size_t i = 0; i < kEvents.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (std::string_view(kEvents[i].name) == kEvents[j].name) return false;
+    }
+  }
+  return true;
+}
+static_assert(namesDiffer(), "a name stands for one event");
+
+}  // namespace
+
+std::span<const EventInfo> eventTable() noexcept { return kEvents; }
+
+const EventInfo* findEvent(unsigned int code) noexcept {
+  const auto* row = std::lower_bound(kEvents.begin(), kEvents.end(), code,
+                                     [](const EventInfo& event, unsigned int wanted) { return event.code < wanted; });
+  return row != kEvents.end() && row->code == code ? row : nullptr;
+}
+
+}  // namespace Velmar::Host

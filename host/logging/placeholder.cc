@@ -1,1 +1,0 @@
-int velmar_placeholder_logging;

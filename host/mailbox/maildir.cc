@@ -1,0 +1,135 @@
+// Lists a Maildir for a window of time. Called once when a scope is set, and again when a message has moved away
+// under the reader. It opens no message: only a name that tells no time costs a look at the file's status.
+
+#include "host/mailbox/maildir.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <tuple>
+
+#include "host/mailbox/maildir_name.h"
+
+namespace Velmar::Host {
+namespace {
+
+constexpr int kMaxPasses = 2;
+// Directory times advance with the kernel's clock tick (at most 10 ms); a change within this span may leave no trace.
+constexpr long kTimeGrain = 20'000'000;  // nanoseconds
+
+// A moment of a file system's clock, in nanoseconds since the epoch.
+std::int64_t nanoseconds(const timespec& moment) { return moment.tv_sec * INT64_C(1'000'000'000) + moment.tv_nsec; }
+
+std::int64_t now() {
+  timespec moment{};
+  ::clock_gettime(CLOCK_REALTIME, &moment);
+  return nanoseconds(moment);
+}
+
+std::int64_t changeTime(int directory, const std::string& path) {
+  struct stat status {};
+  if (::fstat(directory, &status) != 0) throw systemError(__LINE__, "cannot examine directory", path, errno);
+  return nanoseconds(status.st_mtim);
+}
+
+// The modification time of a regular file; nothing for what is none or has gone meanwhile.
+std::optional<std::int64_t> modificationTime(int folder, const char* name) {
+  struct stat status {};
+  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  return status.st_mtime;
+}
+
+bool mayBeMessage(const dirent& entry) {
+  return entry.d_name[0] != '.' && (entry.d_type == DT_REG || entry.d_type == DT_UNKNOWN);
+}
+
+}  // namespace
+
+void Listing::add(std::int64_t time, std::string_view name, MaildirFolder folder, bool regular) {
+  messages_.push_back({time, names_.size(), static_cast<std::uint16_t>(name.size()),
+                       static_cast<std::uint16_t>(uniquePart(name).size()), folder, regular});
+  names_.append(name).push_back('\0');
+}
+
+void Listing::dropDoubles() {
+  // Of one message the later entry, which lies further on in names_, is the fresher one: it comes first and stays.
+  const auto before = [this](const ListedMessage& a, const ListedMessage& b) {
+    return std::make_tuple(a.time, unique(a), b.offset) < std::make_tuple(b.time, unique(b), a.offset);
+  };
+  const auto same = [this](const ListedMessage& a, const ListedMessage& b) {
+    return a.time == b.time && unique(a) == unique(b);
+  };
+  std::sort(messages_.begin(), messages_.end(), before);
+  messages_.erase(std::unique(messages_.begin(), messages_.end(), same), messages_.end());
+}
+
+void Listing::sortByDelivery() {
+  std::sort(messages_.begin(), messages_.end(), [this](const ListedMessage& a, const ListedMessage& b) {
+    return a.time != b.time ? a.time < b.time : name(a) < name(b);
+  });
+}
+
+const ListedMessage* Listing::find(std::int64_t time, std::string_view uniqueName) const noexcept {
+  const auto wanted = std::make_tuple(time, uniqueName);
+  const auto at = std::lower_bound(
+      messages_.begin(), messages_.end(), wanted,
+      [this](const ListedMessage& a, const auto& key) { return std::make_tuple(a.time, unique(a)) < key; });
+  if (at == messages_.end() || std::make_tuple(at->time, unique(*at)) != wanted) return nullptr;
+  return &*at;
+}
+
+Maildir::Maildir(Descriptor directory, std::string path)
+    : directory_(std::move(directory)),
+      folders_{{"new", MaildirFolder::New, path + "/new", nullptr},
+               {"cur", MaildirFolder::Cur, path + "/cur", nullptr}} {}
+
+void Maildir::openFolder(Folder& folder) {
+  folder.stream.reset();
+  Descriptor descriptor = openSubdirectory(directory_, folder.name, folder.path, O_RDONLY);
+  if (descriptor) folder.stream = readingStream(std::move(descriptor), folder.path);
+}
+
+// Adds the messages of one folder; true when the folder changed about that time, so that a renamed one may be missing.
+bool Maildir::listFolder(Folder& folder, const TimeWindow& window, Listing& found) {
+  if (!folder.stream) return false;
+  DIR* const stream = folder.stream.get();
+  ::rewinddir(stream);
+  const std::int64_t start = now();
+  const std::int64_t before = changeTime(::dirfd(stream), folder.path);
+  while (const dirent* entry = nextEntry(stream, folder.path)) {
+    if (!mayBeMessage(*entry)) continue;
+    const std::string_view name = entry->d_name;
+    std::optional<std::int64_t> time = deliveryTime(name);
+    if (!time) time = modificationTime(::dirfd(stream), entry->d_name);
+    if (time && window.holds(*time)) found.add(*time, name, folder.kind, entry->d_type == DT_REG);
+  }
+  const std::int64_t after = changeTime(::dirfd(stream), folder.path);
+  return after != before || after > start - kTimeGrain;
+}
+
+Listing Maildir::list(const TimeWindow& window) {
+  for (Folder& folder : folders_) openFolder(folder);
+  Listing found;
+  bool changed = true;
+  for (int pass = 0; changed && pass < kMaxPasses; ++pass) {
+    changed = false;
+    // new/ before cur/: messages wander that way, so one that wanders during the listing is seen at least once.
+    for (Folder& folder : folders_) changed |= listFolder(folder, window, found);
+  }
+  found.dropDoubles();
+  return found;
+}
+
+int Maildir::descriptor(MaildirFolder folder) const noexcept {
+  DIR* const stream = folders_[static_cast<std::size_t>(folder)].stream.get();
+  return stream ? ::dirfd(stream) : -1;
+}
+
+const std::string& Maildir::path(MaildirFolder folder) const noexcept {
+  return folders_[static_cast<std::size_t>(folder)].path;
+}
+
+}  // namespace Velmar::Host

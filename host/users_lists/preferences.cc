@@ -1,0 +1,75 @@
+// Preferences of users: today the language of their reports. Read when a report is built, set by the administrator's
+// command.
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/host.h"
+#include "host/users_lists/state_store.h"
+#include "platform/users_lists.h"
+
+namespace Velmar {
+namespace {
+
+using namespace Host;
+
+constexpr std::size_t kMaxLanguage = 35;  // as long as a language tag that RFC 5646 (4.4.1) asks everyone to take
+
+Exception preferenceError(int line, int level, const std::string& text) {
+  return Exception("StateException", level, "Preferences", line, text);
+}
+
+bool isLanguageByte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+}
+
+void checkLanguage(const std::string& language) {
+  if (language.size() <= kMaxLanguage && std::all_of(language.begin(), language.end(), isLanguageByte)) return;
+  throw preferenceError(__LINE__, 4,
+                        "\"" + language + "\" is no language code: at most " + std::to_string(kMaxLanguage) +
+                            " letters, digits, \"-\" and \"_\"");
+}
+
+// "" when there is none.
+std::string preferredLanguage(const std::string& key) {
+  return withState([&](soci::session& session) {
+    std::string language;
+    session << "SELECT language FROM preference WHERE address_key = :a", soci::use(key), soci::into(language);
+    return session.got_data() ? language : std::string();
+  });
+}
+
+}  // namespace
+
+int get_user_pref_lang(const char* address, char* buffer, int size) {
+  if (!address || !buffer) throw preferenceError(__LINE__, 1, "address or place for the language is null");
+  const std::string language = preferredLanguage(addressKey(address));
+  if (language.empty()) return 1;
+  if (size < 0 || language.size() >= static_cast<std::size_t>(size)) {
+    throw preferenceError(__LINE__, 4,
+                          "preferred language \"" + language + "\" of " + address + " does not fit into " +
+                              std::to_string(size) + " bytes");
+  }
+  std::memcpy(buffer, language.c_str(), language.size() + 1);
+  return 0;
+}
+
+namespace Host {
+
+void setPreferredLanguage(const std::string& address, const std::string& language) {
+  checkLanguage(language);
+  if (address.empty()) throw preferenceError(__LINE__, 4, "address of a language preference is empty");
+  const std::string key = addressKey(address);
+  withState([&](soci::session& session) {
+    StateChange change(session);
+    session << "DELETE FROM preference WHERE address_key = :k", soci::use(key);
+    if (!language.empty()) {
+      session << "INSERT INTO preference (address_key, address, language) VALUES (:k, :a, :l)", soci::use(key),
+          soci::use(address), soci::use(language);
+    }
+    change.commit();
+  });
+}
+
+}  // namespace Host
+}  // namespace Velmar

@@ -1,0 +1,3 @@
+From: Quarantine <{{RELEASE_CONTROL_USER}}>
+Subject: Quarantine report, messages held: {{QUARANTINE_MESSAGES_COUNT}}
+Envelope-From:

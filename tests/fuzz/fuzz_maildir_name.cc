@@ -1,0 +1,40 @@
+// Fuzzes the reading of Maildir file names: any bytes.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "host/mailbox/maildir_name.h"
+
+namespace {
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace Velmar::Host;
+  // Without a NUL behind it, so that reading too far is seen.
+  const std::unique_ptr<char[]> bytes(new char[size]);
+  std::copy(data, data + size, bytes.get());
+  const std::string_view name(bytes.get(), size);
+
+  const std::string_view unique = uniquePart(name);
+  require(name.starts_with(unique));
+  if (unique.size() == name.size()) require(messageMarks(name) == 0);
+
+  // A time in front of the name stays what it is when the message is flagged.
+  if (const auto time = deliveryTime(name)) {
+    require(*time >= 0);
+    require(deliveryTime(std::string(name) + ":2,S") == time);
+    require(deliveryTime("0" + std::string(name)) == time);
+  }
+  const std::string flagged = std::string(unique) + ":2,T";
+  require(uniquePart(flagged) == unique);
+  require(messageMarks(flagged) == messageMarks(":2,T"));
+  return 0;
+}

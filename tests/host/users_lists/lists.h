@@ -1,0 +1,42 @@
+#pragma once
+
+// Short forms of the list operations for tests.
+
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+#include "platform/types.h"
+#include "platform/users_lists.h"
+
+namespace Velmar::Testing {
+
+inline std::vector<std::string> namesOf(const std::string& owner, const std::string& list) {
+  mail_list_names names;
+  mail_list_get_names(owner.c_str(), list.c_str(), &names, 0, 0);
+  std::vector<std::string> result;
+  if (names.count > 0) result.assign(names.names, names.names + names.count);
+  mail_list_free_names(&names);
+  return result;
+}
+
+inline bool listHolds(const std::string& owner, const std::string& list, const std::string& entry) {
+  return mail_list_find(owner.c_str(), list.c_str(), entry.c_str(), 0) != 0;
+}
+
+inline void removeEntry(const std::string& owner, const std::string& list, const std::string& entry) {
+  mail_list_delete_from(owner.c_str(), list.c_str(), entry.c_str(), 0);
+}
+
+/// The text of the Exception that `operation` throws; "no error" when it throws none.
+template <class Operation>
+std::string errorOf(Operation&& operation) {
+  try {
+    operation();
+  } catch (const Exception& e) {
+    return e.text();
+  }
+  return "no error";
+}
+
+}  // namespace Velmar::Testing

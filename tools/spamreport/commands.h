@@ -1,0 +1,65 @@
+#pragma once
+
+// The subcommands: what each needs, and the call that does it.
+//
+// Each returns the exit code of the command. Wrong use that only the subcommand can see is thrown as WrongUse; every
+// other exception means that the work failed.
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace Velmar::Tool {
+
+enum ExitCode : int {
+  kGood = 0,
+  kFailed = 1,    ///< something of the work could not be done
+  kWrongUse = 2,  ///< nothing was done
+};
+
+/// An argument that cannot be used.
+class WrongUse : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
+struct RunOptions {
+  bool all = false;  ///< every mailbox of every domain; else `domain` is set
+  std::string domain;
+  std::string recipients;  ///< separated by commas; "" = every mailbox of the domain
+  int jobs = 1;            ///< threads
+  std::int32_t period = 0;
+  std::string until = "0";
+};
+int run(const RunOptions& options);
+
+struct PreviewOptions {
+  std::string address;
+  std::int32_t period = 0;
+  std::string until = "0";
+  std::string directory = ".";
+};
+int preview(const PreviewOptions& options);
+
+int check();
+
+struct ListEntryOptions {
+  std::string owner;
+  std::string list;
+  std::string entry;
+};
+int showLists(const std::string& owner);
+int addToList(const ListEntryOptions& options);
+int removeFromList(const ListEntryOptions& options);
+
+int showPreferences(const std::string& address);
+int setLanguage(const std::string& address, const std::string& language);
+
+int listQueue();
+int showQueued(const std::string& id);
+
+int demo(const std::string& directory);
+
+int printEvents();
+
+}  // namespace Velmar::Tool

@@ -1,0 +1,23 @@
+#pragma once
+
+// The mailboxes that a run is asked for.
+
+#include <string>
+#include <vector>
+
+namespace Velmar::Tool {
+
+/// `domain` as the configuration spells it. configured: the names of its domains.
+/// Throws WrongUse naming the configured ones when it is none of them.
+std::string chooseDomain(const std::string& domain, const std::vector<std::string>& configured);
+
+/// The bare address of a mailbox that can exist on this host: one address with one "@", no "/" or ",", no control
+/// characters, at most 127 bytes. Throws WrongUse naming the text and the reason.
+std::string mailboxAddress(const std::string& text);
+
+/// The members of a list that is separated by commas, in its order, each once, with the domain as in `domain`. Blanks
+/// around an address and empty places are skipped.
+/// Throws WrongUse for the first one that is no address of a mailbox of this domain, and for a list without any.
+std::vector<std::string> parseRecipients(const std::string& domain, const std::string& list);
+
+}  // namespace Velmar::Tool
