@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -31,17 +32,15 @@ struct CloseConverter {
 };
 using Converter = std::unique_ptr<UConverter, CloseConverter>;
 
+/// Null when ICU knows the name but has no data for it: distributions leave rare charsets out.
 Converter openConverter(const std::string& name) {
   UErrorCode error = U_ZERO_ERROR;
   Converter converter(ucnv_open(name.c_str(), &error));
-  if (U_FAILURE(error) || !converter) {
-    throw Exception("CharsetException", 4, "Charsets", __LINE__,
-                    "converter for charset \"" + name + "\" cannot be opened: " + u_errorName(error));
-  }
-  return converter;
+  if (error == U_MEMORY_ALLOCATION_ERROR) throw std::bad_alloc();
+  return U_SUCCESS(error) ? std::move(converter) : nullptr;
 }
 
-/// The thread's own converter of this canonical name, most recently used first.
+/// The thread's own converter of this canonical name, or null; most recently used first. The nulls are kept too.
 UConverter* threadConverter(const std::string& name) {
   thread_local std::vector<std::pair<std::string, Converter>> open;
   const auto found = std::find_if(open.begin(), open.end(), [&name](const auto& entry) { return entry.first == name; });
@@ -88,8 +87,8 @@ std::string largerCharset(const std::string& canonical) {
   return canonical;
 }
 
-bool isStateful(const std::string& canonical) {
-  switch (ucnv_getType(threadConverter(canonical))) {
+bool isStateful(const UConverter* converter) {
+  switch (ucnv_getType(converter)) {
     case UCNV_SBCS:
     case UCNV_DBCS:
     case UCNV_MBCS:
@@ -153,12 +152,11 @@ void appendUtf16(const std::vector<UChar>& text, std::string& utf8) {
 }  // namespace
 
 Charset findCharset(std::string_view name) {
-  Charset charset;
-  charset.name = canonicalName(name);
-  if (!charset.known()) return charset;
-  charset.name = largerCharset(charset.name);
-  charset.stateful = isStateful(charset.name);
-  return charset;
+  const std::string canonical = canonicalName(name);
+  if (canonical.empty()) return {};
+  const std::string larger = largerCharset(canonical);
+  const UConverter* converter = threadConverter(larger);
+  return converter ? Charset{larger, isStateful(converter)} : Charset{};
 }
 
 TextQuality appendAsUtf8(const Charset& charset, std::string_view bytes, std::string& utf8) {

@@ -21,13 +21,12 @@ struct Charset {
 /// mistake for a larger one (GB 2312, ISO 8859-1 and the like) give that larger one.
 ///
 /// Names longer than 64 bytes or with other bytes than letters, digits and "._:+()-" are unknown, and only names
-/// in ICU's own table of aliases are known: no name makes ICU look for a file.
-/// Throws Exception when the converter of a known charset cannot be opened.
+/// in ICU's own table of aliases are known, as far as ICU has their data. Any thread.
 Charset findCharset(std::string_view name);
 
 /// Appends the text that `bytes` mean in a known charset to `utf8`, U+FFFD for each sequence without meaning, and
 /// says how well it went. Each call starts in the charset's initial state. Malformed UTF-8 is appended as it is.
-/// Throws Exception when the converter cannot be opened. Any thread; linear time.
+/// Throws Exception when ICU fails. Any thread; linear time.
 TextQuality appendAsUtf8(const Charset& charset, std::string_view bytes, std::string& utf8);
 
 }  // namespace Velmar::Host
