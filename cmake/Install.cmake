@@ -29,5 +29,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VelmarSpamreportConfigVer
                                  COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/VelmarSpamreportConfig.cmake ${PROJECT_BINARY_DIR}/VelmarSpamreportConfigVersion.cmake
         DESTINATION ${package_dir})
+# Relative, so that the installed tree may be moved.
+file(RELATIVE_PATH VELMAR_PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/velmar-spamreport.pc.in ${PROJECT_BINARY_DIR}/velmar-spamreport.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/velmar-spamreport.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -28,7 +28,7 @@ std::string hexadecimal(unsigned char c) {
 }
 
 std::string shownNode(const toml::node& node) {
-  if (const auto* text = node.as_string()) return '"' + oneLine(text->get()) + '"';
+  if (const auto* text = node.as_string()) return '"' + onOneLine(text->get()) + '"';
   if (node.is_table()) return "(table)";
   if (node.is_array()) return "(list)";
   std::ostringstream out;
@@ -40,7 +40,7 @@ std::string shownNode(const toml::node& node) {
 
 }  // namespace
 
-std::string oneLine(std::string_view text) {
+std::string onOneLine(std::string_view text) {
   const std::string_view start = shownStart(text);
   std::string shown;
   for (std::size_t i = 0; i < start.size(); ++i) {
@@ -55,8 +55,8 @@ void refuseConfig(const std::string& file, std::size_t line, std::string_view ke
                   std::string_view reason) {
   std::ostringstream out;
   out.imbue(std::locale::classic());
-  out << file << ':' << std::max<std::size_t>(line, 1) << ": " << oneLine(key) << ": " << value << ": "
-      << oneLine(reason);
+  out << file << ':' << std::max<std::size_t>(line, 1) << ": " << onOneLine(key) << ": " << value << ": "
+      << onOneLine(reason);
   throw Exception("ConfigException", 4, "HostConfig", __LINE__, out.str());
 }
 

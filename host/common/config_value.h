@@ -15,7 +15,7 @@
 namespace Velmar::Host {
 
 /// A text as it may stand in a message of one line: control characters escaped, of a long one the start.
-std::string oneLine(std::string_view text);
+std::string onOneLine(std::string_view text);
 
 /// Throws the Exception of one fault: "FILE:LINE: KEY: VALUE: REASON". Line 0 (an absent table) reads as 1.
 /// KEY and REASON go through oneLine.

@@ -334,7 +334,7 @@ toml::table parsed(const std::string& text, const std::string& file) try {
   const toml::source_position at = error.source().begin;
   throw Exception("ConfigException", 4, "HostConfig", __LINE__,
                   file + ":" + std::to_string(at.line) + ": column " + std::to_string(at.column) + ": " +
-                      oneLine(error.description()));
+                      onOneLine(error.description()));
 }
 
 void checkText(const std::string& text, const std::string& file) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/common/descriptor.h"
 #include "host/common/host_config.h"
 #include "host/common/root.h"
 
@@ -24,20 +25,6 @@ namespace {
 [[noreturn]] void failed(const std::string& path, const char* what, int error) {
   failed(path, std::string(what) + ": " + std::generic_category().message(error));
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 void checkFile(int fd, const std::string& path) {
   struct stat status {};

@@ -20,17 +20,6 @@ long long nanoseconds(const struct timespec& time) { return time.tv_sec * 1'000'
 
 }  // namespace
 
-Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-  std::swap(fd_, other.fd_);
-  return *this;
-}
-
-Descriptor::~Descriptor() {
-  if (fd_ >= 0) ::close(fd_);
-}
-
 FileIdentity identityOf(const struct stat& status) noexcept {
   return {status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
 }

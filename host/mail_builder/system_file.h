@@ -7,22 +7,9 @@
 #include <cstddef>
 #include <string>
 
+#include "host/common/descriptor.h"
+
 namespace Velmar::Host {
-
-/// An open file descriptor; closed with its owner.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) noexcept : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept;
-  Descriptor& operator=(Descriptor&& other) noexcept;
-  ~Descriptor();
-
-  bool isOpen() const noexcept { return fd_ >= 0; }
-  int get() const noexcept { return fd_; }
-
- private:
-  int fd_;
-};
 
 /// What tells one state of a file from another without reading it.
 struct FileIdentity {

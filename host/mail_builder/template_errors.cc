@@ -2,6 +2,7 @@
 
 #include "host/mail_builder/template_errors.h"
 
+#include <atomic>
 #include <iostream>
 #include <string_view>
 
@@ -15,7 +16,9 @@ thread_local std::string* threadCapture = nullptr;
 /// Sends the bytes of a capturing thread to its capture and those of all others to the buffer underneath.
 class RoutingBuffer final : public std::streambuf {
  public:
-  void setUnderneath(std::streambuf* underneath) { underneath_ = underneath; }
+  void setUnderneath(std::streambuf* underneath) {
+    if (underneath != this) underneath_ = underneath;
+  }
 
  protected:
   int_type overflow(int_type c) override {
@@ -25,15 +28,15 @@ class RoutingBuffer final : public std::streambuf {
   }
 
   std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    if (!threadCapture) return underneath_->sputn(bytes, count);
+    if (!threadCapture) return underneath_.load()->sputn(bytes, count);
     threadCapture->append(bytes, static_cast<std::size_t>(count));
     return count;
   }
 
-  int sync() override { return threadCapture ? 0 : underneath_->pubsync(); }
+  int sync() override { return threadCapture ? 0 : underneath_.load()->pubsync(); }
 
  private:
-  std::streambuf* underneath_ = nullptr;
+  std::atomic<std::streambuf*> underneath_{nullptr};
 };
 
 std::mutex captureMutex;

@@ -14,18 +14,12 @@
 namespace Velmar::Host {
 namespace {
 
-bool meansAbsent(int error) { return error == ENOENT || error == ENOTDIR; }
-
 bool isSymbolicLink(const Descriptor& parent, const char* name) {
   struct stat status {};
   return ::fstatat(parent.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
 }  // namespace
-
-Descriptor::~Descriptor() {
-  if (descriptor_ >= 0) ::close(descriptor_);
-}
 
 Exception systemError(int line, const std::string& what, const std::string& path, int error) {
   return Exception("MailboxException", 4, "Maildir", line,
@@ -34,7 +28,7 @@ Exception systemError(int line, const std::string& what, const std::string& path
 
 Descriptor openDirectory(const std::string& path, int flags) {
   Descriptor directory(::open(path.c_str(), O_DIRECTORY | O_CLOEXEC | flags));
-  if (!directory && !meansAbsent(errno)) throw systemError(__LINE__, "cannot open directory", path, errno);
+  if (!directory && errno != ENOENT) throw systemError(__LINE__, "cannot open directory", path, errno);
   return directory;
 }
 
@@ -42,9 +36,9 @@ Descriptor openSubdirectory(const Descriptor& parent, const char* name, const st
   Descriptor directory(::openat(parent.get(), name, O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | flags));
   if (directory) return directory;
   const int error = errno;
-  // A link is reported as "not a directory" too, but mail may well stand behind it: that is no sure "no".
-  if (!meansAbsent(error)) throw systemError(__LINE__, "cannot open directory", path, error);
+  // A link is reported as "not a directory", which would hide what is wrong.
   if (isSymbolicLink(parent, name)) throw systemError(__LINE__, "symbolic link is not followed:", path, ELOOP);
+  if (error != ENOENT) throw systemError(__LINE__, "cannot open directory", path, error);
   return directory;
 }
 

@@ -19,6 +19,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/common/descriptor.h"
 #include "host/common/root.h"
 #include "platform/types.h"
 
@@ -34,21 +35,6 @@ Exception secretFault(int line, const std::string& path, const std::string& reas
 Exception systemFault(int line, const std::string& path, const char* what) {
   return secretFault(line, path, std::string(what) + ": " + std::generic_category().message(errno));
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int get() const { return fd_; }
-  bool isOpen() const { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
 
 /// A name that is removed when its scope ends.
 class PassingName {

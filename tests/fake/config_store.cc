@@ -70,6 +70,7 @@ cmf_query* cmf_query_create_withdomain(unsigned int domain, G_CLI_GID gid) {
 
 const void* cmf_query_update(cmf_query* query) {
   call("cmf_query_update", std::to_string(query->gid));
+  if (world().onQuery) world().onQuery();
   return recordOf(query->gid);
 }
 

@@ -143,6 +143,7 @@ struct World {
   std::map<std::string, int> setStatus;                                   ///< by variable; else 0
   std::map<std::string, std::string> decoded;                             ///< UTF-8 by raw header text; else the same
   std::optional<int> encodedLength;                                       ///< what the access encoder returns
+  std::function<void()> onQuery;                                          ///< while a configuration query runs
   std::function<void()> onMailDestroyed;
 
   std::vector<std::string> calls;  ///< every call of the platform, "name(argument,argument)", in order

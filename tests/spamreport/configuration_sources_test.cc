@@ -2,6 +2,8 @@
 
 #include "spamreport/configuration_sources.h"
 
+#include <barrier>
+#include <chrono>
 #include <thread>
 
 #include "tests/spamreport/report_test.h"
@@ -13,10 +15,13 @@ using ConfigurationSourcesTest = ReportTest;
 
 TEST_F(ConfigurationSourcesTest, ThreadsLoadARecordOnce) {
   world().spamReport.accessLinkHours = 42;
+  world().onQuery = [] { std::this_thread::sleep_for(std::chrono::milliseconds(50)); };  // the others arrive meanwhile
+  std::barrier start(8);
   std::vector<std::thread> threads;
   std::vector<const void*> seen(8);
   for (const void*& mine : seen) {
-    threads.emplace_back([&mine] {
+    threads.emplace_back([&mine, &start] {
+      start.arrive_and_wait();
       const auto handle = CMF::RefSpamReportSettings::instance(false);
       if (handle->record().accessLinkHours == 42) mine = handle.get();
     });

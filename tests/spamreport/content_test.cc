@@ -36,7 +36,7 @@ TEST_F(ContentTest, HeaderJoinsThreeStatuses) {
   Probe report;
   world().setStatus = {{"RELEASE_CONTROL_USER", 8}};
   EXPECT_EQ(report.makeHeader(newTemplate(), {}), 0);
-  world().setStatus = {{"QUARANTINE_MESSAGES_COUNT", 1}, {"QUARANTINE_PERIOD_FROM", 2}, {"QUARANTINE_PERIOD_TO", 4}};
+  world().setStatus = {{"QUARANTINE_MESSAGES_COUNT", 1}, {"QUARANTINE_PERIOD_FROM", 3}, {"QUARANTINE_PERIOD_TO", 4}};
   EXPECT_EQ(report.makeHeader(newTemplate(), {}), 7);
   world().setStatus = {{"QUARANTINE_PERIOD_TO", -2}};
   EXPECT_EQ(report.makeHeader(newTemplate(), {}), -2);

@@ -15,27 +15,23 @@ Event sent(const std::string& count, const std::string& recipients) {
 }
 
 TEST_F(DeliveryTest, EndsQuietlyWhenNothingIsDue) {
+  using Arrange = std::function<void(Probe&)>;
+  const Arrange disabled = [](Probe& report) { report.quarantineReportEnabled = false; };
+  const Arrange nobody = [](Probe& report) { report.sendToRecipient = false; };
+  const Arrange both = [](Probe& report) { report.quarantineReportEnabled = report.sendToRecipient = false; };
+  const Arrange emptied = [](Probe&) { world().mailboxes["u@d.example"].messages.clear(); };
+  const Arrange shorter = [](Probe& report) { report.periodSeconds = 30; };
+  const Arrange removed = [](Probe&) { world().mailboxes.clear(); };
+  const Texts opened = {"VXMailBoxRef::create(u@d.example,2,0)"};
   const struct {
     const char* name;
-    std::function<void(Probe&)> arrange;
+    const Arrange& arrange;
     unsigned int wantCode;
     Texts wantCalls;
   } rows[] = {
-      {"disabled", [](Probe& report) { report.quarantineReportEnabled = false; }, 0x8000e, {}},
-      {"disabled comes first",
-       [](Probe& report) { report.quarantineReportEnabled = report.sendToRecipient = false; },
-       0x8000e,
-       {}},
-      {"no recipients", [](Probe& report) { report.sendToRecipient = false; }, 0x8000f, {}},
-      {"nothing held",
-       [](Probe&) { world().mailboxes["u@d.example"].messages.clear(); },
-       0x80010,
-       {"VXMailBoxRef::create(u@d.example,2,0)"}},
-      {"held before the period",
-       [](Probe& report) { report.periodSeconds = 30; },
-       0x80010,
-       {"VXMailBoxRef::create(u@d.example,2,0)"}},
-      {"no mailbox", [](Probe&) { world().mailboxes.clear(); }, 0x80010, {"VXMailBoxRef::create(u@d.example,2,0)"}},
+      {"disabled", disabled, 0x8000e, {}},       {"disabled comes first", both, 0x8000e, {}},
+      {"no recipients", nobody, 0x8000f, {}},    {"nothing held", emptied, 0x80010, opened},
+      {"held before", shorter, 0x80010, opened}, {"no mailbox", removed, 0x80010, opened},
   };
   for (const auto& row : rows) {
     startAnew();
@@ -98,86 +94,38 @@ TEST_F(DeliveryTest, ToNamesTheMailboxWhoeverReceives) {
 }
 
 TEST_F(DeliveryTest, ChoosesTheTemplate) {
+  using Names = std::map<std::string, std::string>;
+  using Templates = std::map<std::pair<std::string, std::string>, bool>;  // by domain and name: good?
+  const std::string asked = "cfg_get_main_domain_name(d.example,0)", fallback = "create(38,default,,0)";
   const struct {
-    const char* name;
-    bool ofDomain;
-    const char* domain;
-    std::map<std::string, std::string> mainDomains;
-    std::map<std::pair<std::string, std::string>, bool> templates;  // by domain and name: good?
+    const char* domain;  // whose own template is wanted; "" = the system's, for d.example
+    Names mainDomains;
+    Templates templates;
     Texts wantCalls;
     bool wantMail;
   } rows[] = {
-      {"system-wide", false, "d.example", {}, {{{"", "site"}, true}}, {"create(38,site,,0)"}, true},
-      {"of the domain",
-       true,
-       "d.example",
-       {},
-       {{{"d.example", "site"}, true}},
-       {"cfg_get_main_domain_name(d.example,0)", "create(38,site,d.example,0)"},
-       true},
-      {"of its main domain",
-       true,
-       "d.example",
-       {{"d.example", "main.example"}},
-       {{{"main.example", "site"}, true}},
-       {"cfg_get_main_domain_name(d.example,0)", "create(38,site,main.example,0)"},
-       true},
-      {"empty main domain",
-       true,
-       "d.example",
-       {{"d.example", ""}},
-       {{{"d.example", "site"}, true}},
-       {"cfg_get_main_domain_name(d.example,0)", "create(38,site,d.example,0)"},
-       true},
-      {"of the domain \"system\"",
-       true,
-       "system",
-       {{"system", "main.example"}},
-       {{{"system", "site"}, true}},
-       {"create(38,site,system,0)"},
-       true},
-      {"not quite that domain",
-       true,
-       "System",
-       {},
-       {{{"System", "site"}, true}},
-       {"cfg_get_main_domain_name(System,0)", "create(38,site,System,0)"},
-       true},
-      {"unknown",
-       true,
-       "d.example",
-       {},
-       {{{"", "site"}, true}, {{"", "default"}, true}},
-       {"cfg_get_main_domain_name(d.example,0)", "create(38,site,d.example,0)", "create(38,default,,0)"},
-       true},
-      {"not good",
-       false,
-       "d.example",
-       {},
-       {{{"", "site"}, false}, {{"", "default"}, true}},
-       {"create(38,site,,0)", "create(38,default,,0)"},
-       true},
-      {"none", false, "d.example", {}, {}, {"create(38,site,,0)", "create(38,default,,0)"}, false},
-      {"none good",
-       false,
-       "d.example",
-       {},
-       {{{"", "default"}, false}},
-       {"create(38,site,,0)", "create(38,default,,0)"},
-       false},
+      {"", {}, {{{"", "site"}, true}}, {"create(38,site,,0)"}, true},
+      {"", {}, {{{"", "site"}, false}, {{"", "default"}, true}}, {"create(38,site,,0)", fallback}, true},
+      {"", {}, {}, {"create(38,site,,0)", fallback}, false},
+      {"", {}, {{{"", "default"}, false}}, {"create(38,site,,0)", fallback}, false},
+      {"d.example", {}, {{{"d.example", "site"}, true}}, {asked, "create(38,site,d.example,0)"}, true},
+      {"d.example", {{"d.example", "m"}}, {{{"m", "site"}, true}}, {asked, "create(38,site,m,0)"}, true},
+      {"d.example", {{"d.example", ""}}, {{{"d.example", "site"}, true}}, {asked, "create(38,site,d.example,0)"}, true},
+      {"d.example", {}, {{{"", "site"}, true}}, {asked, "create(38,site,d.example,0)", fallback}, false},
+      {"system", {{"system", "m"}}, {{{"system", "site"}, true}}, {"create(38,site,system,0)"}, true},
+      {"System", {{"System", "m"}}, {}, {"cfg_get_main_domain_name(System,0)", "create(38,site,m,0)", fallback}, false},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
     startAnew();
-    const std::string address = std::string("u@") + row.domain;
-    Fake::domain(row.domain);
+    const std::string domain = *row.domain ? row.domain : "d.example", address = "u@" + domain;
+    Fake::domain(domain);
     world().policies[address] = {1, 0, 5, 0, 1};
     world().mailboxes[address].messages = {held(kNow - 1, "k")};
     world().mainDomains = row.mainDomains;
     world().templates.clear();
     for (const auto& [key, good] : row.templates) world().templates[key].good = good;
     Probe report(address);
-    report.useDomainTemplate = row.ofDomain;
+    report.useDomainTemplate = *row.domain;
     report.deliver();
     EXPECT_EQ(callsOf({"cfg_get_main", "create("}), row.wantCalls);
     EXPECT_EQ(world().queue.size(), row.wantMail ? 1U : 0U);

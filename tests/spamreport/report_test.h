@@ -36,35 +36,14 @@ class Probe : public Spamreport {
                  long until = 0, const RefRecipientPolicy& given = RefRecipientPolicy(false))
       : Spamreport(given, address, secondary, period, until) {}
 
-  using Spamreport::accessHash;
-  using Spamreport::deleteAddress;
-  using Spamreport::emailReleaseEnabled;
-  using Spamreport::groupOwnerLdapProfile;
-  using Spamreport::groupOwnerOnly;
-  using Spamreport::groupOwnerOption;
-  using Spamreport::language;
-  using Spamreport::messageIdValue;
-  using Spamreport::otherRecipients;
-  using Spamreport::periodEnd;
-  using Spamreport::periodSeconds;
-  using Spamreport::policy;
-  using Spamreport::quarantineReportEnabled;
-  using Spamreport::queueId;
-  using Spamreport::recipient;
-  using Spamreport::releaseAddress;
-  using Spamreport::reserved1;
-  using Spamreport::reserved2;
-  using Spamreport::secondaryAddresses;
-  using Spamreport::sendToGroupOwner;
-  using Spamreport::sendToOthers;
-  using Spamreport::sendToRecipient;
-  using Spamreport::templateName;
-  using Spamreport::useDomainTemplate;
-  using Spamreport::userGroupFlag;
-  using Spamreport::webBaseUrl;
-  using Spamreport::webHost;
-  using Spamreport::webReleaseEnabled;
-  using Spamreport::whitelistSenderEnabled;
+  using Spamreport::accessHash, Spamreport::deleteAddress, Spamreport::emailReleaseEnabled,
+      Spamreport::groupOwnerLdapProfile, Spamreport::groupOwnerOnly, Spamreport::groupOwnerOption, Spamreport::language,
+      Spamreport::messageIdValue, Spamreport::otherRecipients, Spamreport::periodEnd, Spamreport::periodSeconds,
+      Spamreport::policy, Spamreport::quarantineReportEnabled, Spamreport::queueId, Spamreport::recipient,
+      Spamreport::releaseAddress, Spamreport::reserved1, Spamreport::reserved2, Spamreport::secondaryAddresses,
+      Spamreport::sendToGroupOwner, Spamreport::sendToOthers, Spamreport::sendToRecipient, Spamreport::templateName,
+      Spamreport::useDomainTemplate, Spamreport::userGroupFlag, Spamreport::webBaseUrl, Spamreport::webHost,
+      Spamreport::webReleaseEnabled, Spamreport::whitelistSenderEnabled;
 };
 
 class ReportTest : public ::testing::Test {
