@@ -9,44 +9,32 @@
 namespace Velmar::Host {
 namespace {
 
-/// Arguments of one call, taken one by one.
-class Arguments {
- public:
-  explicit Arguments(std::va_list list) { va_copy(list_, list); }
-  Arguments(const Arguments&) = delete;
-  Arguments& operator=(const Arguments&) = delete;
-  ~Arguments() { va_end(list_); }
+std::string textOf(const char* value) { return value ? value : "(null)"; }
 
-  std::string text() {
-    const char* value = va_arg(list_, const char*);
-    return value ? value : "(null)";
-  }
-  template <class Number>
-  std::string number() {
-    return std::to_string(va_arg(list_, Number));
-  }
+class EndedWithScope {
+ public:
+  explicit EndedWithScope(std::va_list& list) : list_(list) {}
+  EndedWithScope(const EndedWithScope&) = delete;
+  EndedWithScope& operator=(const EndedWithScope&) = delete;
+  ~EndedWithScope() { va_end(list_); }
 
  private:
-  std::va_list list_;
+  std::va_list& list_;
 };
 
 /// Handles the conversion at the start of `rest`, which begins with "%". Returns its length, 0 when it is unknown.
-std::size_t convert(std::string_view rest, Arguments& arguments, std::string& out) {
-  if (rest.starts_with("%s")) return out += arguments.text(), 2;
-  if (rest.starts_with("%d")) return out += arguments.number<int>(), 2;
-  if (rest.starts_with("%u")) return out += arguments.number<unsigned int>(), 2;
-  if (rest.starts_with("%zd")) return out += arguments.number<ssize_t>(), 3;
-  if (rest.starts_with("%zu")) return out += arguments.number<std::size_t>(), 3;
+std::size_t convert(std::string_view rest, std::va_list& arguments, std::string& out) {
+  if (rest.starts_with("%s")) return out += textOf(va_arg(arguments, const char*)), 2;
+  if (rest.starts_with("%d")) return out += std::to_string(va_arg(arguments, int)), 2;
+  if (rest.starts_with("%u")) return out += std::to_string(va_arg(arguments, unsigned int)), 2;
+  if (rest.starts_with("%zd")) return out += std::to_string(va_arg(arguments, ssize_t)), 3;
+  if (rest.starts_with("%zu")) return out += std::to_string(va_arg(arguments, std::size_t)), 3;
   if (rest.starts_with("%%")) return out += '%', 2;
   return 0;
 }
 
-}  // namespace
-
-std::vector<std::string> formatFields(const char* format, std::va_list list) {
+std::vector<std::string> split(std::string_view rest, std::va_list& arguments) {
   std::vector<std::string> fields(1);
-  Arguments arguments(list);
-  std::string_view rest = format ? format : "";
   while (!rest.empty()) {
     std::size_t length = 1;
     if (rest.front() == '\x01') {
@@ -60,6 +48,15 @@ std::vector<std::string> formatFields(const char* format, std::va_list list) {
     rest.remove_prefix(length);
   }
   return fields;
+}
+
+}  // namespace
+
+std::vector<std::string> formatFields(const char* format, std::va_list list) {
+  std::va_list arguments;  // as a parameter it is a pointer, which cannot be passed on by reference
+  va_copy(arguments, list);
+  const EndedWithScope ended(arguments);
+  return split(format ? format : "", arguments);
 }
 
 }  // namespace Velmar::Host

@@ -2,6 +2,7 @@
 // command-line library, which takes long to compile. It decides nothing about reports.
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -200,7 +201,7 @@ int perform(const Request& request) try {
   return complain(e.what(), kFailed);
 }
 
-int main(int argc, char** argv) {
+int runCommandLine(int argc, char** argv) {
   CLI::App app{"", "spamreport"};
   Request request;
   build(app, request);
@@ -216,4 +217,7 @@ int main(int argc, char** argv) {
 }  // namespace
 }  // namespace Velmar::Tool
 
-int main(int argc, char** argv) { return Velmar::Tool::main(argc, argv); }
+int main(int argc, char** argv) try { return Velmar::Tool::runCommandLine(argc, argv); } catch (...) {
+  std::fputs("spamreport: out of memory\n", stderr);
+  return Velmar::Tool::kFailed;
+}

@@ -99,7 +99,7 @@ TEST_F(FileSinkTest, ALineCutByAFullDiskCostsOnlyItself) {
 TEST_F(FileSinkTest, LinesOfManyThreadsAndProcessesStayWhole) {
   constexpr int kWriters = 3;
   constexpr int kLines = 200;
-  const auto writeAll = [this](FileSink& to, char mark) {
+  const auto writeAll = [](FileSink& to, char mark) {
     const std::string line = std::string(300, mark) + "\n";
     int failures = 0;
     for (int i = 0; i < kLines; ++i) failures += to.write(line) != 0;
