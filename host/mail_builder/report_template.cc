@@ -1,7 +1,6 @@
-// Parses the three texts of a report template into a private, frozen ctemplate cache. The template store owns these.
+// Parses the three texts of a report template into ctemplate objects of its own. The template store owns these.
 //
-// Nothing here reads files, and a frozen cache of its own means that ctemplate does not either: no include path, no
-// global state, no reload.
+// Nothing here reads files, and neither does ctemplate: the texts are given and includes are refused.
 
 #include "host/mail_builder/report_template.h"
 
@@ -23,21 +22,20 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::array<std::string_view, 2> kHeldTexts = {"ORIG_FROM", "ORIG_SUBJECT"};
 
 struct Piece {
-  const char* key;  // in the cache
   const char* file;
   ctemplate::Strip strip;
 };
 
 /// By the value of TemplatePiece.
-constexpr std::array<Piece, 5> kPieces = {{
-    {"header.tpl/From", "header.tpl", ctemplate::DO_NOT_STRIP},
-    {"header.tpl/Subject", "header.tpl", ctemplate::DO_NOT_STRIP},
-    {"header.tpl/Envelope-From", "header.tpl", ctemplate::DO_NOT_STRIP},
-    {"body.html.tpl", "body.html.tpl", ctemplate::STRIP_BLANK_LINES},
-    {"body.txt.tpl", "body.txt.tpl", ctemplate::DO_NOT_STRIP},
+constexpr std::array<Piece, kTemplatePieces> kPieces = {{
+    {"header.tpl", ctemplate::DO_NOT_STRIP},
+    {"header.tpl", ctemplate::DO_NOT_STRIP},
+    {"header.tpl", ctemplate::DO_NOT_STRIP},
+    {"body.html.tpl", ctemplate::STRIP_BLANK_LINES},
+    {"body.txt.tpl", ctemplate::DO_NOT_STRIP},
 }};
 
-const Piece& pieceOf(TemplatePiece piece) { return kPieces[static_cast<std::size_t>(piece)]; }
+std::size_t placeOf(TemplatePiece piece) { return static_cast<std::size_t>(piece); }
 
 struct HeaderLine {
   std::string_view name;
@@ -106,7 +104,6 @@ ReportTemplate::ReportTemplate(const TemplateTexts& texts, std::string name) : n
   parseHeader(plainText(texts.header));
   parseHtml(plainText(texts.html));
   parseText(plainText(texts.text));
-  cache_.Freeze();
 }
 
 std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const {
@@ -114,18 +111,19 @@ std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::Templat
     throw Exception("TemplateException", 4, "ReportTemplate", __LINE__, "template " + name_ + ": " + error_);
   }
   std::string text;
-  const Piece& wanted = pieceOf(piece);
-  if (!cache_.ExpandNoLoad(wanted.key, wanted.strip, &values, nullptr, &text)) {
+  if (!pieces_[placeOf(piece)]->ExpandWithData(&text, &values, nullptr)) {
     throw Exception("TemplateException", 4, "ReportTemplate", __LINE__,
-                    "template " + name_ + ": " + wanted.file + " cannot be expanded");
+                    "template " + name_ + ": " + kPieces[placeOf(piece)].file + " cannot be expanded");
   }
   return text;
 }
 
-bool ReportTemplate::parse(TemplatePiece piece, const std::string& text, ctemplate::Strip strip) {
+bool ReportTemplate::parse(TemplatePiece piece, const std::string& text) {
+  const Piece& wanted = kPieces[placeOf(piece)];
   const TemplateErrors errors;
-  if (cache_.StringToTemplateCache(pieceOf(piece).key, text, strip)) return true;
-  fail(std::string(pieceOf(piece).file) + ": " + errors.text());
+  pieces_[placeOf(piece)].reset(ctemplate::Template::StringToTemplate(text, wanted.strip));
+  if (pieces_[placeOf(piece)]) return true;
+  fail(std::string(wanted.file) + ": " + errors.text());
   return false;
 }
 
@@ -143,7 +141,7 @@ void ReportTemplate::parseHeader(const std::string& header) {
     if (i == kHeaderLines.size()) return fail(place + "neither From:, Subject: nor Envelope-From:");
     if (std::exchange(seen[i], true)) return fail(place + "a second " + std::string(kHeaderLines[i].name));
     const std::string value(trimmed(line.substr(kHeaderLines[i].name.size())));
-    if (!parse(kHeaderLines[i].piece, value, ctemplate::DO_NOT_STRIP)) return;
+    if (!parse(kHeaderLines[i].piece, value)) return;
   }
   for (std::size_t i = 0; i < kHeaderLines.size(); ++i) {
     if (!seen[i]) return fail("header.tpl: no line " + std::string(kHeaderLines[i].name));
@@ -158,13 +156,13 @@ void ReportTemplate::parseHtml(std::string html) {
     return fail(at("body.html.tpl", html, place) + ":none would let a held message write markup");
   }
   if (html.compare(0, kPragma.size(), kPragma) != 0) html.insert(0, kPragma);
-  parse(TemplatePiece::Html, html, pieceOf(TemplatePiece::Html).strip);
+  parse(TemplatePiece::Html, html);
 }
 
 void ReportTemplate::parseText(const std::string& text) {
   const std::string fault = forbidden("body.txt.tpl", text);
   if (!fault.empty()) return fail(fault);
-  parse(TemplatePiece::Text, text, pieceOf(TemplatePiece::Text).strip);
+  parse(TemplatePiece::Text, text);
 }
 
 void ReportTemplate::fail(const std::string& reason) {

@@ -2,9 +2,11 @@
 
 // A parsed report template: what its three files say, checked and ready to be expanded by any thread.
 
-#include <ctemplate/template_cache.h>
+#include <ctemplate/template.h>
 #include <ctemplate/template_dictionary_interface.h>
 
+#include <array>
+#include <memory>
 #include <string>
 
 namespace Velmar::Host {
@@ -18,6 +20,7 @@ struct TemplateTexts {
 
 /// The pieces that can be expanded.
 enum class TemplatePiece { From, Subject, EnvelopeFrom, Html, Text };
+inline constexpr std::size_t kTemplatePieces = 5;
 
 /// A parsed template. Does not change, so any number of threads may expand it at once.
 ///
@@ -41,7 +44,7 @@ class ReportTemplate {
   std::string expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const;
 
  private:
-  bool parse(TemplatePiece piece, const std::string& text, ctemplate::Strip strip);
+  bool parse(TemplatePiece piece, const std::string& text);
   void parseHeader(const std::string& header);
   void parseHtml(std::string html);
   void parseText(const std::string& text);
@@ -49,7 +52,8 @@ class ReportTemplate {
 
   std::string name_;
   std::string error_;
-  ctemplate::TemplateCache cache_;
+  // Owned one by one, not in a ctemplate cache: when a modifier throws, a cache leaves the template counted for ever.
+  std::array<std::unique_ptr<ctemplate::Template>, kTemplatePieces> pieces_;
 };
 
 }  // namespace Velmar::Host
