@@ -46,7 +46,7 @@ std::string unfolded(std::string_view raw) {
 /// Collects decoded text. Words in one charset are held back until their run ends, since senders split characters.
 class Decoder {
  public:
-  explicit Decoder(const std::vector<std::string>& fallbacks) : fallbacks_(fallbacks) {}
+  explicit Decoder(const std::vector<std::string>& fallbacks) : fallbackNames_(fallbacks) {}
 
   void addText(std::string_view text) {
     endRun();
@@ -121,15 +121,21 @@ class Decoder {
   }
 
   void appendByFallbacks(const Charset& named, std::string_view bytes) {
-    for (std::size_t i = 0; i < fallbacks_.size(); ++i) {
-      if (i + 1 == fallbacks_.size() && appendWhenMostlySound(named, bytes)) return;
-      if (appendWhenSound(findCharset(fallbacks_[i]), bytes)) return;
+    if (fallbacks_.empty()) lookUpFallbacks();
+    for (const Charset& fallback : fallbacks_) {
+      if (&fallback == &fallbacks_.back() && appendWhenMostlySound(named, bytes)) return;
+      if (appendWhenSound(fallback, bytes)) return;
     }
     if (named.known()) {
       appendAsUtf8(named, bytes, text_);
     } else {
       text_ += bytes;
     }
+  }
+
+  /// On first need: most values fit the charset they name.
+  void lookUpFallbacks() {
+    for (const std::string& name : fallbackNames_) fallbacks_.push_back(findCharset(name));
   }
 
   bool appendWhenMostlySound(const Charset& charset, std::string_view bytes) {
@@ -139,7 +145,8 @@ class Decoder {
     return true;
   }
 
-  const std::vector<std::string>& fallbacks_;
+  const std::vector<std::string>& fallbackNames_;
+  std::vector<Charset> fallbacks_;
   std::string text_;
   std::string run_;                 // bytes of the words held back
   std::vector<std::size_t> words_;  // where each of them ends in run_

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
@@ -242,10 +242,10 @@ TEST(DecodeTest, LinearTimeOnHostileValues) {
   for (const Pattern& pattern : patterns) {
     std::string raw;
     for (int i = 0; i < 300000; ++i) raw += pattern.piece;
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     EXPECT_TRUE(isCleanLine(decoded(raw)));
-    // Milliseconds when linear, hours when quadratic.
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20)) << pattern.why;
+    // Of processor time, since machines are busy: seconds at most when linear, hours when quadratic.
+    EXPECT_LT(std::clock() - start, 60 * CLOCKS_PER_SEC) << pattern.why;
   }
 }
 
