@@ -35,7 +35,7 @@ struct Period {
 void checkOptions(const RunOptions& options) {
   if (options.all && !options.domain.empty()) throw WrongUse("--all and --domain cannot be used together");
   if (!options.all && options.domain.empty()) throw WrongUse("say which mailboxes: --domain DOMAIN, or --all");
-  if (!options.recipients.empty() && options.domain.empty()) throw WrongUse("--recipients needs --domain");
+  if (options.recipients && options.domain.empty()) throw WrongUse("--recipients needs --domain");
 }
 
 std::vector<Mailbox> chooseMailboxes(const RunOptions& options) {
@@ -44,8 +44,8 @@ std::vector<Mailbox> chooseMailboxes(const RunOptions& options) {
   if (!options.all) domains = {chooseDomain(options.domain, domains)};
   std::vector<Mailbox> mailboxes;
   for (const std::string& domain : domains) {
-    const bool named = !options.recipients.empty();
-    const auto addresses = named ? parseRecipients(domain, options.recipients) : Host::mailboxesOfDomain(domain);
+    const auto addresses =
+        options.recipients ? parseRecipients(domain, *options.recipients) : Host::mailboxesOfDomain(domain);
     for (const std::string& address : addresses) mailboxes.push_back({domain, address});
   }
   return mailboxes;

@@ -6,6 +6,7 @@
 // other exception means that the work failed.
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -26,8 +27,8 @@ class WrongUse : public std::invalid_argument {
 struct RunOptions {
   bool all = false;  ///< every mailbox of every domain; else `domain` is set
   std::string domain;
-  std::string recipients;  ///< separated by commas; "" = every mailbox of the domain
-  int jobs = 1;            ///< threads
+  std::optional<std::string> recipients;  ///< separated by commas; none = every mailbox of the domain, "" is wrong
+  int jobs = 1;                           ///< threads
   std::int32_t period = 0;
   std::string until = "0";
 };
