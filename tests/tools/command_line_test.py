@@ -182,11 +182,12 @@ class HostTest(unittest.TestCase):
         self.assertIn("1 failed", done.stdout)
 
     def test_run_refuses_recipients_before_any_report_is_made(self):
-        for recipients in ["chiyo@example.org,nobody", "chiyo@example.org,dana@example.net", "chiyo@example.org,../x@example.org"]:
+        for recipients in ["", ",", "chiyo@example.org,nobody", "chiyo@example.org,dana@example.net",
+                           "chiyo@example.org,../x@example.org"]:
             with self.subTest(recipients):
                 done = self.on_host("run", "--domain", "example.org", "--period", 86400, "--recipients", recipients)
                 self.assertEqual((done.returncode, done.stdout), (2, ""), done.stderr)
-                self.assertIn(recipients.split(",")[1], done.stderr)
+                self.assertIn(recipients.rpartition(",")[2], done.stderr)
         self.assertEqual(self.good("queue", "list"), "The queue is empty.\n")
 
     def test_run_of_all_mailboxes_survives_odd_directories(self):

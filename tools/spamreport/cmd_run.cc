@@ -44,7 +44,6 @@ std::vector<Mailbox> chooseMailboxes(const RunOptions& options) {
   if (!options.all) domains = {chooseDomain(options.domain, domains)};
   std::vector<Mailbox> mailboxes;
   for (const std::string& domain : domains) {
-    // An empty list, from an unset variable of a script, must not turn into the whole domain.
     const auto addresses =
         options.recipients ? parseRecipients(domain, *options.recipients) : Host::mailboxesOfDomain(domain);
     for (const std::string& address : addresses) mailboxes.push_back({domain, address});

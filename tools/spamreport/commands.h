@@ -6,8 +6,8 @@
 // other exception means that the work failed.
 
 #include <cstdint>
-#include <stdexcept>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace Velmar::Tool {
@@ -27,8 +27,8 @@ class WrongUse : public std::invalid_argument {
 struct RunOptions {
   bool all = false;  ///< every mailbox of every domain; else `domain` is set
   std::string domain;
-  std::optional<std::string> recipients;  ///< separated by commas; none = every mailbox of the domain
-  int jobs = 1;            ///< threads
+  std::optional<std::string> recipients;  ///< separated by commas; none = every mailbox of the domain, "" is wrong
+  int jobs = 1;                           ///< threads
   std::int32_t period = 0;
   std::string until = "0";
 };
