@@ -139,9 +139,9 @@ class VLM_EXPORT VXCustomizedEmailTemplate {
   virtual void endSection() = 0;
   /// Sets a variable; a later value of the same name in the same section wins. Returns 0.
   virtual int set(const std::string& name, const std::string& value) = 0;
-  /// Sets variable `name` from a raw From field: decoded, one line.
+  /// Sets variable `name` from a raw From field: decoded, one line, at most 1000 characters (then an ellipsis).
   virtual int headerFrom(const std::string& raw, const std::string& name) = 0;
-  /// Sets variable `name` from a raw Subject field: decoded, one line.
+  /// Sets variable `name` from a raw Subject field, likewise.
   virtual int subject(const std::string& raw, const std::string& name) = 0;
 
   /// The template's own From value and subject, expanded and encoded for the wire (RFC 2047).

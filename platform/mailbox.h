@@ -21,7 +21,8 @@ class VLM_EXPORT TypeAndValue {
 
   bool isNull() const noexcept { return null_; }
   /// The field's body as it stands in the message, unfolded, without leading and trailing white space; raw bytes:
-  /// encoded words, 8-bit text and NUL are left alone. "" when absent.
+  /// encoded words, 8-bit text and NUL are left alone. A value longer than 16 KiB may be cut, at white space where it
+  /// has some. "" when absent.
   const std::string& value() const noexcept { return value_; }
 
  private:
@@ -107,7 +108,8 @@ class VLM_EXPORT VXMailboxBase : public RefImpl {
   /// Throws Exception when the mailbox cannot be listed.
   virtual void setScope(const VXMScopeRef& scope) = 0;
   /// The next message of the scope, in the order of delivery; an empty handle when there are no more. A message that
-  /// vanishes or cannot be read is skipped: it costs only itself.
+  /// vanishes or cannot be read is skipped: it costs only itself. Throws Exception at the end when the store refused
+  /// every message: that is no empty scope.
   virtual VXMessageRef next() = 0;
 };
 

@@ -1,5 +1,6 @@
-// Takes the events of the library and hands each to the observer, the log file and stderr. It never throws, never
-// waits for a reader, and never lets the state of the log decide whether a report goes out.
+// Takes the events of the library and hands each to the observer, the log file and stderr. It never throws
+// and never lets the state of the log decide whether a report goes out. A stderr that nobody reads holds it up, as it
+// would any program: whoever starts a daemon reads it or closes it.
 
 #include <atomic>
 #include <cerrno>

@@ -21,20 +21,24 @@ namespace {
 
 constexpr int kQuarantineReport = 38;
 
+// Characters of a held text that a report shows: without a limit one message could swell the mail beyond what any
+// mail server takes, and cost all the others their report.
+constexpr std::size_t kMaxHeldText = 1000;
+
 struct NamedAddress {
   std::string displayName;
-  std::string address;  ///< "" = none
+  EmailAddress address;  ///< empty = none
 };
 
 /// A From value as an administrator writes it: an RFC 5322 mailbox, or a name that would need quotes
 /// ("Example, Inc.") before an address in angle brackets.
 NamedAddress readSender(const std::string& value) {
   const EmailAddress strict = EmailAddress::rfc5322Parse(value, true);
-  if (!strict.isEmptyAddress()) return {strict.displayName(), strict.address()};
+  if (!strict.isEmptyAddress()) return {strict.displayName(), strict};
   const std::size_t open = value.rfind('<');
   if (open == std::string::npos || value.back() != '>') return {};
   const EmailAddress bare = EmailAddress::rfc5322Parse(value.substr(open + 1, value.size() - open - 2), true);
-  return {std::string(trimmed(std::string_view(value).substr(0, open))), bare.address()};
+  return {std::string(trimmed(std::string_view(value).substr(0, open))), bare};
 }
 
 class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
@@ -66,8 +70,10 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   std::string headerFromRFC2047() override {
     const std::string value = headerText(TemplatePiece::From);
     const NamedAddress sender = readSender(value);
-    if (sender.address.empty()) throw badValue("From", value);
-    return encodeMailbox(sender.displayName, sender.address);
+    if (sender.address.isEmptyAddress()) throw badValue("From", value);
+    Buffer name;  // may have been written as encoded words
+    stringToUtf8(sender.displayName, name, fallbacks_);
+    return encodeMailbox({name.data() ? name.data() : "", name.length()}, sender.address);
   }
 
   std::string subjectRFC2047() override { return encodeUnstructured(headerText(TemplatePiece::Subject)); }
@@ -87,7 +93,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   int setHeldText(const std::string& raw, const std::string& name) {
     Buffer text;
     stringToUtf8(raw, text, fallbacks_);
-    open_.back()->SetValue(name, ctemplate::TemplateString(text.data() ? text.data() : "", text.length()));
+    open_.back()->SetValue(name, shortened({text.data() ? text.data() : "", text.length()}, kMaxHeldText));
     return 0;
   }
 

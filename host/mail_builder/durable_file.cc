@@ -9,6 +9,7 @@
 
 #include <cerrno>
 
+#include "host/common/directories.h"
 #include "host/mail_builder/system_file.h"
 #include "platform/types.h"
 
@@ -16,42 +17,9 @@ namespace Velmar::Host {
 namespace {
 
 constexpr mode_t kFileMode = 0640;
-constexpr mode_t kDirectoryMode = 0750;
 
 Exception failed(const std::string& path, const char* what, int error) {
   return Exception("SpoolException", 4, "DurableFile", __LINE__, path + " cannot be " + what + ": " + errorText(error));
-}
-
-Descriptor openDirectory(const std::string& path) {
-  return Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
-
-void syncDirectory(const std::string& path) {
-  const Descriptor directory = openDirectory(path);
-  if (!directory.isOpen() || ::fsync(directory.get()) != 0) throw failed(path, "synced", errno);
-}
-
-std::string parentOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-/// Makes a directory and what is missing above it.
-void makeDirectories(const std::string& path) {
-  for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-    const std::string directory = path.substr(0, slash);
-    if (::mkdir(directory.c_str(), kDirectoryMode) == 0) {
-      syncDirectory(parentOf(directory));
-    } else if (errno != EEXIST) {
-      throw failed(directory, "made", errno);
-    }
-    if (slash == std::string::npos) return;
-  }
-}
-
-bool isDirectory(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 void writeAndSync(const Descriptor& file, std::string_view bytes, const std::string& path) {
@@ -127,9 +95,6 @@ void createByRename(const std::string& base, const std::string& name, std::strin
 }
 
 void createDurably(const std::string& base, const std::string& name, std::string_view bytes) {
-  for (const char* directory : {"/tmp", "/new"}) {
-    if (!isDirectory(base + directory)) makeDirectories(base + directory);
-  }
   if (!createUnnamed(base, name, bytes)) createByRename(base, name, bytes);
 }
 

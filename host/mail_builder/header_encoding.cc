@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 
+#include "host/mail_builder/message_ids.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
@@ -119,6 +120,13 @@ std::size_t lineEnd(std::string_view value, std::size_t from, std::size_t room) 
   return std::min(end, value.size());
 }
 
+/// A domain as it may stand in a header field that no SMTPUTF8 was agreed for.
+std::string wireDomain(const std::string& domain) {
+  const bool international = std::any_of(domain.begin(), domain.end(), [](char c) { return (c & 0x80) != 0; });
+  const std::string ascii = international ? asciiDomain(domain) : "";
+  return ascii.empty() ? domain : ascii;
+}
+
 }  // namespace
 
 std::string encodeUnstructured(std::string_view text) {
@@ -131,8 +139,9 @@ std::string encodePhrase(std::string_view text) {
   return atoms && text.find("  ") == std::string_view::npos ? std::string(text) : quotedString(text);
 }
 
-std::string encodeMailbox(std::string_view displayName, const std::string& address) {
-  return displayName.empty() ? address : encodePhrase(displayName) + " <" + address + ">";
+std::string encodeMailbox(std::string_view displayName, const EmailAddress& address) {
+  const std::string text = address.localPart() + "@" + wireDomain(address.domain());
+  return displayName.empty() ? text : encodePhrase(displayName) + " <" + text + ">";
 }
 
 std::string foldedField(const std::string& name, std::string_view value) {

@@ -16,8 +16,9 @@ std::string encodeUnstructured(std::string_view text);
 /// One line of UTF-8 as a phrase (RFC 5322 section 3.2.5): atoms, a quoted string or encoded words.
 std::string encodePhrase(std::string_view text);
 
-/// "address", or "phrase <address>" when there is a display name. The address stands as it is given.
-std::string encodeMailbox(std::string_view displayName, const std::string& address);
+/// "address", or "phrase <address>" when there is a display name. An international domain stands in its ASCII form,
+/// all else of the address as it is given.
+std::string encodeMailbox(std::string_view displayName, const EmailAddress& address);
 
 /// "NAME: VALUE" with CR LF at its end, folded at blanks to lines of 76 characters where there are blanks.
 /// Throws Exception naming the field when a line would exceed 998 bytes.

@@ -37,21 +37,6 @@ bool isDotAtom(std::string_view text) {
   return atom && text.size() <= kMaxDomain;
 }
 
-/// The ASCII form of an international domain name; "" when it has none.
-std::string asciiDomain(const std::string& domain) {
-  UErrorCode error = U_ZERO_ERROR;
-  const std::unique_ptr<UIDNA, decltype(&uidna_close)> idna(uidna_openUTS46(UIDNA_NONTRANSITIONAL_TO_ASCII, &error),
-                                                            &uidna_close);
-  std::array<char, kMaxDomain + 1> ascii{};
-  UIDNAInfo info = UIDNA_INFO_INITIALIZER;
-  if (U_FAILURE(error) || domain.size() > 4 * kMaxDomain) return {};
-  const std::int32_t length =
-      uidna_nameToASCII_UTF8(idna.get(), domain.data(), static_cast<std::int32_t>(domain.size()), ascii.data(),
-                             static_cast<std::int32_t>(ascii.size()), &info, &error);
-  if (U_FAILURE(error) || info.errors != 0) return {};
-  return std::string(ascii.data(), static_cast<std::size_t>(length));
-}
-
 /// "YYYYMMDDhhmmss".
 std::string digits(const std::tm& when) {
   std::array<char, 80> text{};
@@ -83,6 +68,20 @@ std::string randomToken(std::size_t bytes) {
   std::string token;
   for (std::size_t i = 0; i < bytes; ++i) token += {kHex[random[i] >> 4], kHex[random[i] & 15]};
   return token;
+}
+
+std::string asciiDomain(const std::string& domain) {
+  UErrorCode error = U_ZERO_ERROR;
+  const std::unique_ptr<UIDNA, decltype(&uidna_close)> idna(uidna_openUTS46(UIDNA_NONTRANSITIONAL_TO_ASCII, &error),
+                                                            &uidna_close);
+  std::array<char, kMaxDomain + 1> ascii{};
+  UIDNAInfo info = UIDNA_INFO_INITIALIZER;
+  if (U_FAILURE(error) || domain.size() > 4 * kMaxDomain) return {};
+  const std::int32_t length =
+      uidna_nameToASCII_UTF8(idna.get(), domain.data(), static_cast<std::int32_t>(domain.size()), ascii.data(),
+                             static_cast<std::int32_t>(ascii.size()), &info, &error);
+  if (U_FAILURE(error) || info.errors != 0) return {};
+  return std::string(ascii.data(), static_cast<std::size_t>(length));
 }
 
 std::string messageIdDomain(const std::string& domain) {

@@ -36,7 +36,11 @@ std::string checkedHeader(const char* field, const std::string& value) {
     return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
   });
   if (!clean) throw refused(std::string(field) + " holds a control character: \"" + value + "\"", __LINE__);
-  return std::string(Host::trimmed(value));
+  if (Host::utf8Quality(value).malformed > 0)
+    throw refused(std::string(field) + " is not UTF-8: \"" + value + "\"", __LINE__);
+  std::string line(Host::trimmed(value));
+  std::replace(line.begin(), line.end(), '\t', ' ');  // folding looks for blanks
+  return line;
 }
 
 std::string checkedAddress(const char* what, const std::string& text) {
@@ -74,6 +78,11 @@ const char* imageSubtype(ContentType::SubType type) {
   throw refused("unknown image type " + std::to_string(static_cast<int>(type)), __LINE__);
 }
 
+bool isRegularFile(const Host::Descriptor& file) {
+  struct stat status {};
+  return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 /// The host's own image, else the installed one of the same name.
@@ -83,6 +92,7 @@ std::string readImage(const std::string& path) {
   if (!file.isOpen() && (errno == ENOENT || errno == ENOTDIR)) {
     const std::string installed = Host::shareDirectory() + "/images/" + baseName(path);
     file = Host::Descriptor(::open(installed.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (file.isOpen() && !isRegularFile(file)) throw refused("image " + installed + " is not a regular file", __LINE__);
   }
   if (!file.isOpen()) {
     const std::string reason = errno ? Host::errorText(errno) : "is not a regular file";
@@ -187,7 +197,7 @@ int VXMPopulateEmail::send_queued_not_scanned(const std::string& recipients) {
 std::string stringToValidEmailAddressRfc822HeaderValue(const std::string& address) {
   const EmailAddress parsed = EmailAddress::rfc5322Parse(address, true);
   if (parsed.isEmptyAddress()) throw refused("not a mail address: \"" + address + "\"", __LINE__);
-  return Host::encodeMailbox(parsed.displayName(), parsed.address());
+  return Host::encodeMailbox(parsed.displayName(), parsed);
 }
 
 }  // namespace Velmar

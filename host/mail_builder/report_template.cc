@@ -83,13 +83,16 @@ std::string forbidden(const char* file, std::string_view text) {
   return {};
 }
 
-/// The place of a marker that writes a held text into HTML unescaped; npos when there is none.
+/// The place of a marker that might write a held text into HTML unescaped; npos when there is none. Auto-escape does
+/// its work on a bare marker; of modifiers only those that escape more are let through.
 std::size_t unescapedHeldText(std::string_view html) {
+  constexpr std::string_view kAllowed[] = {"", ":h", ":html_escape", ":p", ":pre_escape"};
   for (const std::string_view name : kHeldTexts) {
-    const std::string marker = "{{" + std::string(name) + ":";
+    const std::string marker = "{{" + std::string(name);
     for (std::size_t from = html.find(marker); from != std::string_view::npos; from = html.find(marker, from + 1)) {
-      const std::string modifiers = std::string(html.substr(from, html.find("}}", from) - from)) + ":";
-      if (modifiers.find(":none:") != std::string::npos) return from;
+      const std::size_t start = from + marker.size();
+      const std::string_view modifiers = trimmed(html.substr(start, html.find("}}", start) - start));
+      if (std::find(std::begin(kAllowed), std::end(kAllowed), modifiers) == std::end(kAllowed)) return from;
     }
   }
   return std::string_view::npos;
@@ -153,7 +156,8 @@ void ReportTemplate::parseHtml(std::string html) {
   if (!fault.empty()) return fail(fault);
   const std::size_t place = unescapedHeldText(html);
   if (place != std::string::npos) {
-    return fail(at("body.html.tpl", html, place) + ":none would let a held message write markup");
+    return fail(at("body.html.tpl", html, place) +
+                "a held text takes no modifier but :h and :p here, so that no message can write markup");
   }
   if (html.compare(0, kPragma.size(), kPragma) != 0) html.insert(0, kPragma);
   parse(TemplatePiece::Html, html);

@@ -27,8 +27,8 @@ inline constexpr std::size_t kTemplatePieces = 5;
 /// Each header line is parsed for itself: no value can begin a second one. Sections may stand within a line. Empty
 /// lines, and lines that hold one comment "{{! ... }}", are skipped; other lines and second ones of a kind are faults.
 /// The HTML is escaped for the place where a value lands (AUTOESCAPE; put in front when the file lacks it).
-/// Not offered, and faults: includes ("{{>"), other delimiters ("{{="), and ":none" on the held texts ORIG_FROM and
-/// ORIG_SUBJECT in HTML, which would let a held message write markup.
+/// Not offered, and faults: includes ("{{>"), other delimiters ("{{="), and modifiers other than ":h" and ":p" on the
+/// held texts ORIG_FROM and ORIG_SUBJECT in HTML: ":none" and some others would let a held message write markup.
 class ReportTemplate {
  public:
   /// Parses; never throws for a faulty text, see error(). `name` stands in messages, normally the directory.

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 
+#include "host/common/directories.h"
 #include "host/common/root.h"
 #include "host/mail_builder/durable_file.h"
 #include "host/mail_builder/system_file.h"
@@ -26,7 +27,9 @@ constexpr std::size_t kMaxMail = std::size_t{64} << 20;
 constexpr std::size_t kMaxEnvelope = std::size_t{4} << 20;
 constexpr std::string_view kVersion = "1";
 
-std::string spoolDirectory() { return underRoot("/var/spool/velmar"); }
+constexpr std::string_view kSpool = "/var/spool/velmar";
+
+std::string spoolDirectory() { return underRoot(kSpool); }
 
 Exception fault(const std::string& path, const std::string& reason) {
   return Exception("SpoolException", 4, "Spool", __LINE__, "spool file " + path + ": " + reason);
@@ -171,6 +174,7 @@ void writeToSpool(const QueuedMail& mail) {
   }
   std::string text = envelopeText(mail, std::time(nullptr));
   if (text.size() > kMaxEnvelope) throw fault(directory + "/new/" + mail.id, "too many recipients");
+  for (const char* part : {"/tmp", "/new"}) makeDirectories(std::string(kSpool) + part);
   createDurably(directory, mail.id, text.append(mail.content));
 }
 

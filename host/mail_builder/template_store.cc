@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
@@ -76,11 +77,11 @@ Identities identitiesOf(const TemplateFiles& files) {
 bool areSettled(const Identities& identities) {
   struct timespec now {};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  const long long latest = now.tv_sec * 1'000'000'000LL + now.tv_nsec - kUnsettled;
-  for (const FileIdentity& identity : identities) {
-    if (identity.modified > latest || identity.changed > latest) return false;
-  }
-  return true;
+  const long long end = now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+  const auto justNow = [end](long long time) { return time > end - kUnsettled && time <= end; };
+  return std::none_of(identities.begin(), identities.end(), [&justNow](const FileIdentity& identity) {
+    return justNow(identity.modified) || justNow(identity.changed);
+  });
 }
 
 std::shared_ptr<const ReportTemplate> parseFiles(const std::string& directory, const TemplateFiles& files) {

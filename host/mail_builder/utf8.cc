@@ -73,6 +73,15 @@ std::string cleanLines(std::string_view bytes) {
   return cleaned(unix, true);
 }
 
+std::string shortened(std::string_view text, std::size_t characters) {
+  std::size_t at = 0;
+  for (; at < text.size(); ++at) {
+    const bool starts = (static_cast<unsigned char>(text[at]) & 0xC0) != 0x80;
+    if (starts && characters-- == 0) return std::string(text.substr(0, at)) + "\u2026";
+  }
+  return std::string(text);
+}
+
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   const std::size_t first = text.find_first_not_of(kBlanks);

@@ -25,6 +25,9 @@ std::string oneLine(std::string_view bytes);
 /// blanks, malformed sequences U+FFFD.
 std::string cleanLines(std::string_view bytes);
 
+/// The first `characters` characters of valid UTF-8; what is cut off leaves an ellipsis.
+std::string shortened(std::string_view text, std::size_t characters);
+
 /// The part between leading and trailing blanks, tabs and line ends.
 std::string_view trimmed(std::string_view text);
 

@@ -6,6 +6,8 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
+
 #include "host/common/root.h"
 #include "host/mailbox/maildir.h"
 #include "host/mailbox/maildir_name.h"
@@ -19,6 +21,16 @@ using namespace Host;
 constexpr char kQuarantine[] = "quarantine";
 // How often a scan may look where its messages have gone: someone who renames without end must not hold it up.
 constexpr int kMaxNewListings = 8;
+// Longer field values are cut: a report holds many of them at once, and shows far less of each.
+constexpr std::size_t kMaxValue = 16 * 1024;
+
+// A value of bounded length, cut at white space where it can be, so that no encoded word is cut.
+std::string bounded(std::string value) {
+  if (value.size() <= kMaxValue) return value;
+  const std::size_t blank = value.find_last_of(" \t", kMaxValue);
+  value.resize(blank == std::string::npos || blank == 0 ? kMaxValue : blank);
+  return value;
+}
 
 class MaildirHeaders final : public HeaderContainer {
  public:
@@ -26,7 +38,7 @@ class MaildirHeaders final : public HeaderContainer {
 
   Header find(const std::string& name) const override {
     std::optional<std::string> value = block_.find(name);
-    return value ? Header(std::move(*value)) : Header();
+    return value ? Header(bounded(std::move(*value))) : Header();
   }
 
  private:
@@ -66,6 +78,7 @@ class MaildirMessage final : public VXMessageBase {
 struct FoundMessage {
   Descriptor file;
   std::string_view name;
+  int error = 0;  // of the system, when it refused the message
 };
 
 class MaildirMailbox final : public VXMailboxBase {
@@ -87,7 +100,12 @@ class MaildirMailbox final : public VXMailboxBase {
       VXMessageRef message = read(scan_.messages[scan_.position++]);
       if (!message) continue;
       --scan_.left;
+      scan_.anyRead = true;
       return message;
+    }
+    // Where every message was refused it is not the messages: "nothing held" would be a wrong answer.
+    if (!scan_.anyRead && scan_.refused != 0) {
+      throw systemError(__LINE__, "cannot read any message in", maildir_.path(scan_.refusedIn), scan_.refused);
     }
     return VXMessageRef();
   }
@@ -100,21 +118,32 @@ class MaildirMailbox final : public VXMailboxBase {
     int left = 0;   // how many messages the scope still allows
     Listing fresh;  // where messages were when one of them was last missed
     int newListings = 0;
+    bool anyRead = false;
+    int refused = 0;  // the system's error for the first message that it refused
+    MaildirFolder refusedIn = MaildirFolder::New;
   };
 
   // An empty handle for a message that has gone or cannot be read: it is skipped without a word.
   VXMessageRef read(const ListedMessage& listed) {
     const FoundMessage found = open(listed);
-    if (!found.file) return VXMessageRef();
+    if (!found.file) return skip(listed, found.error);
     std::optional<HeaderBlock> header = readHeader(found.file);
-    if (!header) return VXMessageRef();
+    if (!header) return skip(listed, errno);
     return VXMessageRef(new MaildirMessage(found.name, listed.time, std::move(*header)));
+  }
+
+  VXMessageRef skip(const ListedMessage& listed, int error) {
+    if (scan_.refused == 0) {
+      scan_.refused = error;
+      scan_.refusedIn = listed.folder;
+    }
+    return VXMessageRef();
   }
 
   FoundMessage open(const ListedMessage& listed) {
     OpenedMessage opened = openAs(listed, scan_.messages);
     if (opened.gone) return openWhereItIsNow(listed.time, scan_.messages.unique(listed));
-    return {std::move(opened.file), scan_.messages.name(listed)};
+    return {std::move(opened.file), scan_.messages.name(listed), opened.error};
   }
 
   // Finds a message that was renamed since the listing: flagged, or moved from new/ to cur/.
@@ -122,7 +151,7 @@ class MaildirMailbox final : public VXMailboxBase {
     for (;;) {
       if (const ListedMessage* now = scan_.fresh.find(time, unique)) {
         OpenedMessage opened = openAs(*now, scan_.fresh);
-        if (!opened.gone) return {std::move(opened.file), scan_.fresh.name(*now)};
+        if (!opened.gone) return {std::move(opened.file), scan_.fresh.name(*now), opened.error};
       }
       if (scan_.newListings == kMaxNewListings) return {};
       ++scan_.newListings;

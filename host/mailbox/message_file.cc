@@ -76,12 +76,13 @@ OpenedMessage MessageOpener::open(int folder, const char* name, bool regular, co
   } while (descriptor < 0 && errno == EINTR);
   const int error = errno;
   Descriptor file(descriptor);
-  if (file) return {regular || isRegularFile(file) ? std::move(file) : Descriptor(), false};
+  if (file) return {regular || isRegularFile(file) ? std::move(file) : Descriptor(), false, 0};
   if (error == EMFILE || error == ENFILE || error == ENOMEM) {
     throw systemError(__LINE__, "cannot open a message in", folderPath, error);
   }
   // EBADF: the folder itself has gone.
-  return {Descriptor(), error == ENOENT || error == ESTALE || error == EBADF};
+  const bool gone = error == ENOENT || error == ESTALE || error == EBADF;
+  return {Descriptor(), gone, gone || error == ELOOP ? 0 : error};  // ELOOP: a link has taken its place
 }
 
 std::optional<HeaderBlock> readHeader(const Descriptor& file) {

@@ -17,6 +17,7 @@ constexpr std::size_t kHeaderCap = 1024 * 1024;
 struct OpenedMessage {
   Descriptor file;    ///< open for reading, or empty
   bool gone = false;  ///< empty because there is no such name (any more)
+  int error = 0;      ///< empty because the system refused it: its error number
 };
 
 /// Opens message files. Used by one thread at a time.

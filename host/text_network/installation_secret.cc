@@ -20,6 +20,7 @@
 #include <system_error>
 
 #include "host/common/descriptor.h"
+#include "host/common/directories.h"
 #include "host/common/root.h"
 #include "platform/types.h"
 
@@ -73,30 +74,6 @@ std::optional<Secret> readSecret(const std::string& path) {
   return secret;
 }
 
-void syncDirectory(const std::string& path) {
-  const Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory.isOpen() || ::fsync(directory.get()) != 0) {
-    throw systemFault(__LINE__, path, "cannot be brought to disk");
-  }
-}
-
-/// Makes what is missing of the directory below the root, and each new name lasting.
-void makeDirectories(const std::string& root) {
-  static constexpr struct {
-    const char* parent;
-    const char* path;
-    mode_t mode;
-  } kSteps[] = {{"/", "/var", 0755}, {"/var", "/var/lib", 0755}, {"/var/lib", kDirectory, 0750}};
-  for (const auto& step : kSteps) {
-    const std::string path = root + step.path;
-    if (::mkdir(path.c_str(), step.mode) == 0) {
-      syncDirectory(root + step.parent);
-    } else if (errno != EEXIST) {
-      throw systemFault(__LINE__, path, "cannot be made");
-    }
-  }
-}
-
 void writeSecret(int fd, const std::string& path) {
   Secret secret{};
   if (RAND_priv_bytes(secret.data(), static_cast<int>(secret.size())) != 1) {
@@ -128,7 +105,7 @@ Secret loadSecret(const std::string& root, bool create) {
   const std::string path = directory + "/secret";
   if (const auto secret = readSecret(path)) return *secret;
   if (!create) throw secretFault(__LINE__, path, "does not exist");
-  makeDirectories(root);
+  makeDirectories(kDirectory);
   createSecret(directory, path);
   if (const auto secret = readSecret(path)) return *secret;
   throw secretFault(__LINE__, path, "vanished");

@@ -10,9 +10,12 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <system_error>
 #include <thread>
 
+#include "host/common/directories.h"
 #include "host/common/root.h"
 
 namespace Velmar::Host {
@@ -21,7 +24,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr char kStateDirectory[] = "/var/lib/velmar";
-constexpr mode_t kStateDirectoryMode = 0750;  // the store holds addresses of people
 constexpr int kSchemaVersion = 1;
 
 // Bytes as given stand beside the key they are found by. `id` grows for ever: it is the order of addition.
@@ -45,17 +47,6 @@ FileIdentity identityOf(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return {};
   return {status.st_dev, status.st_ino};
-}
-
-void makeStateDirectory() {
-  const std::string directory = underRoot(kStateDirectory);
-  for (std::size_t slash = root().size(); slash != std::string::npos;) {
-    slash = directory.find('/', slash + 1);
-    const std::string part = directory.substr(0, slash);
-    if (::mkdir(part.c_str(), kStateDirectoryMode) != 0 && errno != EEXIST) {
-      throw stateError(__LINE__, "cannot create " + part + ": " + std::generic_category().message(errno));
-    }
-  }
 }
 
 std::string pragma(soci::session& session, const std::string& text) {
@@ -89,6 +80,27 @@ void useWriteAheadLog(soci::session& session, std::chrono::milliseconds timeout)
     }
   }
 }
+
+// A store that this process has used cannot be new: whoever reads an empty one in its place would take every list for
+// empty. It is left to the administrator, and nothing is put in its way.
+class KnownStores {
+ public:
+  void add(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    paths_.insert(path);
+  }
+
+  void refuseVanished(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    if (paths_.count(path) && identityOf(path) == FileIdentity{}) throw stateError(__LINE__, "it has vanished");
+  }
+
+ private:
+  std::mutex mutex_;
+  std::set<std::string> paths_;
+};
+
+KnownStores knownStores;
 
 void createSchema(soci::session& session) {
   if (number(session, "SELECT count(*) FROM sqlite_master") != 0) {
@@ -168,8 +180,10 @@ soci::session& threadState() {
   const std::string path = statePath();
   if (!current || !current->serves(path)) {
     current.reset();
-    makeStateDirectory();
+    knownStores.refuseVanished(path);
+    makeDirectories(kStateDirectory);
     current = std::make_unique<ThreadSession>(path);
+    knownStores.add(path);
   }
   return current->session;
 }
