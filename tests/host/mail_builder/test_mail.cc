@@ -105,7 +105,7 @@ TEST_F(MailTest, SubjectsAndNamesComeThroughAsTheyAre) {
       "隔離レポート: 保留されたメッセージが届いています。内容を確認して、必要なものを解放してください。",
       "=?utf-8?Q?not_encoded?=",
       std::string(1500, 'x'),
-      "words " + std::string(60, 'y') + " that need a second line and a third one " + std::string(70, 'z') + " end",
+      "words " + std::string(60, 'y') + " that need a second line and a third one " + std::string(90, 'z') + " end",
   };
   for (const std::string& text : texts) {
     mail.header_subject(Host::encodeUnstructured(text));
