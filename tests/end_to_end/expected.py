@@ -3,10 +3,11 @@
 import base64
 import email
 import hashlib
+import re
 import struct
 import time
 import urllib.parse
-from dataclasses import dataclass
+from collections import namedtuple
 
 import texts
 
@@ -26,20 +27,9 @@ ACTIONS = {
     "lone@example.net": {WEB, MAIL},
 }
 
-MONTHS = ["Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"]
-
 
 def english_date(seconds):
-    t = time.gmtime(seconds)
-    return "%s %d, %d, %d:%02d %s" % (MONTHS[t.tm_mon - 1], t.tm_mday, t.tm_year, (t.tm_hour + 11) % 12 + 1, t.tm_min,
-                                      "PM" if t.tm_hour >= 12 else "AM")
-
-
-DATES = {
-    "en": english_date,
-    "de": lambda seconds: time.strftime("%d.%m.%Y, %H:%M", time.gmtime(seconds)),
-    "ja": lambda seconds: time.strftime("%Y/%m/%d %H:%M", time.gmtime(seconds)).replace(" 0", " "),
-}
+    return time.strftime("%b %-d, %Y, %-I:%M %p", time.gmtime(seconds))
 
 
 def plain_blanks(text):
@@ -52,26 +42,8 @@ def access_hash(address):
     return struct.pack("<4I", *(word ^ KEY for word in words)).hex()
 
 
-def hexadecimal(number):
-    return "%x" % (number & 0xffffffffffffffff)
-
-
-@dataclass
-class Row:
-    """One held message as the report lists it."""
-    time: int
-    sender: str
-    subject: str
-    email_id: str
-    links: dict
-
-
-@dataclass
-class Report:
-    mailbox: str
-    rows: list
-    delete_all: dict
-    delete_all_subject: str
+Row = namedtuple("Row", "time sender subject email_id links")
+Report = namedtuple("Report", "mailbox rows delete_all delete_all_subject")
 
 
 def identifier(raw):
@@ -96,40 +68,25 @@ def report(host, mailbox, period=86400, until=None):
     rows = []
     for held in host.held(mailbox):
         raw = held.path.read_bytes()
-        in_window = until - period <= held.time < until
-        if not in_window or "T" in held.flags or "P" in held.flags or len(identifier(raw).strip()) <= 2:
+        if not until - period <= held.time < until or set("TP") & set(held.flags) or len(identifier(raw).strip()) <= 2:
             continue
         sender, subject = texts.of(names.get(raw), raw)
-        email_id = base64.b64encode(held.name.rpartition(",")[0].encode() if "," in held.name else
-                                    held.name.encode()).decode()
+        email_id = base64.b64encode(re.sub(",[^,]*$", "", held.name).encode()).decode()
         rows.append(Row(held.time, sender, subject, email_id, row_links(mailbox, email_id)))
     rows.sort(key=lambda row: -row.time)
-    token = "%s:%s:%s:%s" % (mailbox, hexadecimal(until ^ KEY), hexadecimal(period ^ KEY), access_hash(mailbox))
-    delete_all = {WEB: BASE + "/releasecontrol?release=3:" + token, MAIL: "mailto:%s?subject=delete_all: %s" % (DELETE, token)}
+    token = "%s:%x:%x:%s" % (mailbox, until ^ KEY, period ^ KEY, access_hash(mailbox))
+    delete_all = {WEB: BASE + "/releasecontrol?release=3:" + token,
+                  MAIL: "mailto:%s?subject=delete_all: %s" % (DELETE, token)}
     return Report(mailbox, rows, delete_all, "delete_all:" + token)
 
 
-def text_body(report, actions, dates, preferences):
-    """The plain-text body of the default template, whole."""
-    line, double = "-" * 70, "=" * 70
-    out = ["QUARANTINE REPORT", "", "Messages held: %d" % len(report.rows), "From: " + dates[0], "To:   " + dates[1], "",
-           "These messages were taken for spam and kept out of your inbox.",
-           "Those that you do not want need no action.", ""]
-    for row, date in zip(report.rows, dates[2:]):
-        out += [line, "Date:    " + date, "From:    " + row.sender, "Subject: " + row.subject]
-        if WEB in actions:
-            out += ["Release on the web:", "  " + row.links[WEB][0], "Delete on the web:", "  " + row.links[WEB][1]]
-        if MAIL in actions:
-            subject = "  %s:%s" % (report.mailbox, row.email_id)
-            out += ["Release by mail: write to %s with the subject" % RELEASE, subject,
-                    "Delete by mail: write to %s with the subject" % DELETE, subject]
-    out += [double]
-    if WEB in actions:
-        out += ["", "Delete all messages of this report on the web:", "  " + report.delete_all[WEB]]
-    if MAIL in actions:
-        out += ["", "Delete all messages of this report by mail: write to %s with the subject" % DELETE,
-                "  " + report.delete_all_subject]
-    if WEB in actions:
-        out += ["", "Preferences:", "  " + preferences, "",
-                "The links act on your quarantine without a password. Please do not forward this mail."]
-    return out
+def text_lines(report, actions, preferences):
+    """The lines of the plain-text body that name a message or say how to act on it."""
+    out = []
+    for row in report.rows:
+        out += ["From:    " + row.sender, "Subject: " + row.subject]
+        out += ["  " + link for link in row.links[WEB] if WEB in actions]
+        out += ["  %s:%s" % (report.mailbox, row.email_id)] * 2 if MAIL in actions else []
+    out += ["  " + report.delete_all[WEB]] if WEB in actions else []
+    out += ["  " + report.delete_all_subject] if MAIL in actions else []
+    return out + ["  " + link for link in preferences]

@@ -12,24 +12,15 @@ import shutil
 import subprocess
 import tempfile
 import time
-from dataclasses import dataclass, field
+from collections import namedtuple
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
 from pathlib import Path
 
 COMMAND = os.environ["SPAMREPORT"]
 SHARE = Path(os.environ["VELMAR_SHARE"])
 DAY = 86400
-
-
-@dataclass
-class Event:
-    code: int
-    name: str
-    fields: dict
-
-    def __repr__(self):
-        return "%s %s" % (self.name, self.fields)
-
-
+Event = namedtuple("Event", "code name fields")
 EVENT = re.compile(r'^(?P<time>\S+) 0x(?P<code>[0-9a-f]+) (?P<name>[a-z-]+)(?P<fields>(?: \w+="(?:[^"\\]|\\.)*")*)$')
 FIELD = re.compile(r' (\w+)="((?:[^"\\]|\\.)*)"')
 
@@ -51,29 +42,24 @@ class Queued:
     id: str
     envelope: list
     raw: bytes
-    mail: email.message.EmailMessage = field(repr=False)
-
-    def values(self, name):
-        return [value for key, value in self.envelope if key == name]
+    mail: email.message.EmailMessage
 
     @property
     def mailbox(self):
         return self.mail["To"].addresses[0].addr_spec
 
-    def part(self, content_type):
-        return [p for p in self.mail.walk() if p.get_content_type() == content_type]
-
-    def body(self, content_type):
-        """A body with LF line ends."""
-        return self.part(content_type)[0].get_content().replace("\r\n", "\n")
-
     @property
-    def html(self):
-        return self.body("text/html")
+    def images(self):
+        """The content of each attached image by its source in the page."""
+        parts = [part for part in self.mail.walk() if part.get_content_maintype() == "image"]
+        images = {"cid:" + part["Content-ID"].strip("<>"): part.get_content() for part in parts}
+        if len(images) != len(parts) or {part.get_content_disposition() for part in parts} - {"inline"}:
+            raise AssertionError("images: %s" % [part.items() for part in parts])
+        return images
 
-    @property
-    def text(self):
-        return self.body("text/plain")
+    def body(self, kind):
+        """The HTML or plain body with LF line ends."""
+        return self.mail.get_body((kind,)).get_content().replace("\r\n", "\n")
 
 
 def read_queued(path):
@@ -82,75 +68,45 @@ def read_queued(path):
     return Queued(path.name, envelope, raw, email.message_from_bytes(raw, policy=email.policy.default))
 
 
-@dataclass
-class Held:
-    """One file of a quarantine."""
-    path: Path
+# One file of a quarantine.
+Held = namedtuple("Held", "path name time flags")
 
-    @property
-    def name(self):
-        return self.path.name
 
-    @property
-    def time(self):
-        return int(self.name.split(".", 1)[0])
-
-    @property
-    def flags(self):
-        return self.name.rpartition(":2,")[2] if ":2," in self.name else ""
+def read_held(path):
+    return Held(path, path.name, int(path.name.split(".", 1)[0]), path.name.partition(":2,")[2])
 
 
 class Host:
-    """A laid-out example host; a context manager that removes it."""
+    """An example host as `demo` lays it out. self.until ends a period of one day that holds what index.tsv says."""
 
-    def __init__(self):
+    def __init__(self, add_cleanup):
         self.directory = Path(tempfile.mkdtemp(prefix="velmar-e2e-"))
+        add_cleanup(shutil.rmtree, self.directory)
         self.root = self.directory / "host"
+        self.command("demo", self.root)
+        self.until = int(time.time())
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        shutil.rmtree(self.directory)
-
-    def command(self, *arguments, want=0, zone="UTC0"):
+    def command(self, *arguments, want=0):
         environment = {k: v for k, v in os.environ.items() if k not in ("VELMAR_ROOT", "LANG", "LANGUAGE", "LC_ALL")}
-        environment.update(TZ=zone, LC_ALL="C")
+        environment.update(TZ="UTC0", LC_ALL="C")
         done = subprocess.run([COMMAND, *map(str, arguments)], env=environment, capture_output=True, timeout=240)
         done.stdout, done.stderr = done.stdout.decode(), done.stderr.decode()
-        if want is not None and done.returncode != want:
+        if done.returncode != want:
             raise AssertionError("%s: exit %s, want %s\n%s%s" % (
                 " ".join(map(str, arguments)), done.returncode, want, done.stdout, done.stderr))
         return done
 
-    def lay_out(self):
-        """Runs `demo`; afterwards self.until ends a period of one day that holds what index.tsv says."""
-        self.laid_from = int(time.time())
-        self.command("demo", self.root)
-        self.until = int(time.time())
-        return self
-
-    def run(self, *recipients, domain=None, until=None, period=DAY, want=0, zone="UTC0"):
+    def run(self, *recipients, until=None, period=DAY, want=0):
         """The exported call for some mailboxes; returns the events that it logged to stderr."""
-        domain = domain or recipients[0].rpartition("@")[2]
-        done = self.command(*self.run_arguments(recipients, domain, until or self.until, period), want=want, zone=zone)
+        done = self.command("run", "--verbose", "--root", self.root, "--domain", recipients[0].rpartition("@")[2],
+                            "--recipients", ",".join(recipients), "--period", period, "--until", until or self.until,
+                            want=want)
         return parse_events(done.stderr)
-
-    def run_arguments(self, recipients, domain, until, period):
-        return ["run", "--verbose", "--root", self.root, "--domain", domain, "--recipients", ",".join(recipients),
-                "--period", period, "--until", until]
 
     def run_at_once(self, *mailboxes):
         """One process for each mailbox, all at the same time; returns their events."""
-        commands = [[COMMAND, *map(str, self.run_arguments([mailbox], mailbox.rpartition("@")[2], self.until, DAY))]
-                    for mailbox in mailboxes]
-        running = [subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) for command in commands]
-        events = []
-        for process in running:
-            events += parse_events(process.communicate(timeout=240)[1].decode())
-            if process.returncode != 0:
-                raise AssertionError("%s: exit %s" % (process.args, process.returncode))
-        return events
+        with ThreadPoolExecutor(len(mailboxes)) as pool:
+            return [event for events in pool.map(self.run, mailboxes) for event in events]
 
     def quarantine(self, mailbox):
         local, _, domain = mailbox.rpartition("@")
@@ -158,14 +114,14 @@ class Host:
 
     def held(self, mailbox):
         """The files of a quarantine in the order of their delivery: by time, in one second by name."""
-        files = [Held(path) for sub in ("new", "cur") for path in (self.quarantine(mailbox) / sub).glob("*")]
+        files = [read_held(path) for sub in ("new", "cur") for path in (self.quarantine(mailbox) / sub).glob("*")]
         return sorted(files, key=lambda held: (held.time, held.name))
 
-    def hold(self, mailbox, name, text, sub="new"):
+    def hold(self, mailbox, name, text):
         """Puts one more message into a quarantine."""
-        path = self.quarantine(mailbox) / sub / name
+        path = self.quarantine(mailbox) / "new" / name
         path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(text if isinstance(text, bytes) else text.encode())
+        path.write_text(text)
 
     def queued(self):
         """What waits in the spool, oldest first."""
@@ -184,12 +140,3 @@ class Host:
         if len(mails) != 1:
             raise AssertionError("%d mails for %s, want 1" % (len(mails), mailbox))
         return mails[0]
-
-    def log_file(self):
-        return parse_events((self.root / "var/log/velmar/spamreport.log").read_text())
-
-
-def read_table(name):
-    """Rows of a tab-separated file of the example host, without remarks."""
-    lines = (SHARE / "demo" / name).read_text().splitlines()
-    return [line.split("\t") for line in lines if line and not line.startswith("#")]

@@ -10,8 +10,7 @@ class Page(HTMLParser):
 
     def __init__(self, html):
         super().__init__(convert_charrefs=True)
-        self.elements, self.unclosed, self.rows, self.header = [], [], [], []
-        self.links, self.images, self.head = [], [], ""
+        self.elements, self.unclosed, self.rows, self.links, self.images, self.head = [], [], [], [], [], ""
         self.feed(html)
         self.close()
 
@@ -21,7 +20,7 @@ class Page(HTMLParser):
         if tag not in VOID:
             self.unclosed.append((tag, values.get("class", "")))
         if tag == "tr" and values.get("class") in ("odd", "even"):
-            self.rows.append({"class": values["class"], "sender": "", "subject": "", "date": "", "links": [], "images": []})
+            self.rows.append(dict(values, sender="", subject="", date="", links=[], images=[]))
         if tag == "a":
             (self.rows[-1]["links"] if self.inside("tr", "odd", "even") else self.links).append(values["href"])
         if tag == "img":
@@ -37,8 +36,6 @@ class Page(HTMLParser):
             place = self.unclosed[-1][1]
             if place in ("sender", "subject", "date"):
                 self.rows[-1][place] += data
-        elif self.unclosed and self.unclosed[-1][0] == "th":
-            self.header.append(data)
         elif self.unclosed and self.unclosed[-1][0] in ("h1", "p"):
             self.head += data + "\n"
 

@@ -17,7 +17,7 @@
 
 #include "host/host.h"
 #include "host/mailbox/maildir.h"
-#include "tests/host/mailbox/temp_root.h"
+#include "tests/support/temp_root.h"
 
 namespace {
 
