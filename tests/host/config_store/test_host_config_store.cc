@@ -16,7 +16,7 @@
 #include "host/host.h"
 #include "platform/antispam_profiles.h"
 #include "platform/config_store.h"
-#include "tests/host/mailbox/temp_root.h"
+#include "tests/support/temp_root.h"
 
 namespace Velmar {
 namespace {

@@ -1,74 +1,64 @@
-// The text of a line, and that no field can make it another one.
+// From the arguments of an event to the text of its line, and that no field can make it another one.
 
 #include "host/logging/log_line.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <climits>
 #include <cstdlib>
+
+#include "host/host.h"
+#include "host/logging/escape.h"
+#include "host/logging/field_format.h"
 
 namespace {
 
-using Velmar::Host::debugLine;
-using Velmar::Host::eventLine;
+using namespace Velmar::Host;
+using Fields = std::vector<std::string>;
 
-class LogLine : public testing::Test {
- protected:
-  void SetUp() override { setZone("Europe/Berlin"); }
-  void TearDown() override { setZone("UTC"); }
-  static void setZone(const char* zone) {
-    ::setenv("TZ", zone, 1);
-    ::tzset();
-  }
-};
-
-TEST_F(LogLine, NamesEventAndFields) {
-  EXPECT_EQ(eventLine({1795334400, 7000000}, 0x80011, {"3", "u@example.org", "u@example.org,v@example.org"}),
-            "2026-11-22T09:00:00.007+01:00 0x80011 report-built count=\"3\" mailbox=\"u@example.org\" "
-            "recipients=\"u@example.org,v@example.org\"\n");
-  EXPECT_EQ(eventLine({1795334400, 999999999}, 0x8000c, {" "}),
-            "2026-11-22T09:00:00.999+01:00 0x8000c web-host-left-empty text=\" \"\n");
+Fields fieldsOf(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  Fields fields = formatFields(format, arguments);
+  va_end(arguments);
+  return fields;
 }
 
-TEST_F(LogLine, NumbersFieldsThatItDoesNotKnow) {
-  EXPECT_EQ(eventLine({0, 0}, 0x1234, {"a", "b"}),
-            "1970-01-01T01:00:00.000+01:00 0x1234 unknown field1=\"a\" field2=\"b\"\n");
-  EXPECT_EQ(eventLine({0, 0}, 0x8000e, {"u@d", "more"}),
-            "1970-01-01T01:00:00.000+01:00 0x8000e report-disabled mailbox=\"u@d\" field2=\"more\"\n");
+TEST(FormatFields, OnlyTheFormatSeparates) {
+  EXPECT_EQ(fieldsOf("%d|%u|%zd|%zu|%%", INT_MIN, UINT_MAX, static_cast<ssize_t>(LLONG_MIN), std::size_t{ULLONG_MAX}),
+            Fields{"-2147483648|4294967295|-9223372036854775808|18446744073709551615|%"});
+  EXPECT_EQ(fieldsOf("\x01%s\x01%s\x01", "a\x01z", "%s\n"), (Fields{"", "a\x01z", "%s\n", ""}));
+  EXPECT_EQ(fieldsOf("%s", static_cast<const char*>(nullptr)), Fields{"(null)"});
+  EXPECT_EQ(fieldsOf(nullptr), Fields{""});
+  EXPECT_EQ(fieldsOf("%s %lld %s", "first", 1LL, "last"), Fields{"first %lld %s"}) << "takes no unknown argument";
 }
 
-TEST_F(LogLine, WritesTheZoneOfTheMoment) {
-  struct Case {
-    const char* zone;
-    std::time_t when;
-    std::string want;
+TEST(Printable, WritesWhatDeceivesAsEscapes) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"\"\\n ~ \xc3\xbc \xe6\x97\xa5 \xf0\x9f\x93\xac\xc2\xa0",
+       "\"\\n ~ \xc3\xbc \xe6\x97\xa5 \xf0\x9f\x93\xac\xc2\xa0"},
+      {std::string("\0\n\r\x1b[2J\x7f\xc2\x9f", 10), "\\x00\\n\\x0d\\x1b[2J\\x7f\\xc2\\x9f"},
+      {"\xe2\x80\xa8|\xe2\x80\xae|\xd8\x9c", "\\xe2\\x80\\xa8|\\xe2\\x80\\xae|\\xd8\\x9c"},
+      // Not UTF-8: overlong, surrogate, beyond the last character, cut off.
+      {"\xc0\x8a\xe0\x80\x8a", "\\xc0\\x8a\\xe0\\x80\\x8a"},
+      {"\xf0\x80\x80\x8a\xed\xa0\x80", "\\xf0\\x80\\x80\\x8a\\xed\\xa0\\x80"},
+      {"\xf4\x90\x80\x80\xff\xc3\n\xe2\x80", "\\xf4\\x90\\x80\\x80\\xff\\xc3\\n\\xe2\\x80"},
   };
-  const Case cases[] = {
-      {"Europe/Berlin", 1784710800, "2026-07-22T11:00:00.000+02:00"},  // summer time
-      {"Asia/Kathmandu", 1795334400, "2026-11-22T13:45:00.000+05:45"},
-      {"America/St_Johns", 1795334400, "2026-11-22T04:30:00.000-03:30"},
-      {"UTC", -1, "1969-12-31T23:59:59.000+00:00"},
-  };
-  for (const Case& c : cases) {
-    setZone(c.zone);
-    EXPECT_EQ(eventLine({c.when, 0}, 0x8000e, {}), c.want + " 0x8000e report-disabled\n") << c.zone;
-  }
+  for (const auto& [bytes, want] : cases) EXPECT_EQ(printable(bytes), want);
 }
 
-TEST_F(LogLine, IsOneLineWhateverItsFieldsHold) {
-  const std::string forged = "x\"\n2026-11-22T09:00:00.000+01:00 0x80011 report-built count=\"9\xe2\x80\xa8";
-  for (const std::string& line :
-       {eventLine({0, 0}, 0x8000b, {forged}), debugLine({0, 0}, forged.c_str(), 1, forged.c_str(), {forged})}) {
-    EXPECT_EQ(line.find('\n'), line.size() - 1) << line;
-    EXPECT_EQ(line.find("\xe2\x80\xa8"), std::string::npos) << line;
-    EXPECT_EQ(line.find(" count=\"9"), std::string::npos) << line;
-  }
-}
-
-TEST_F(LogLine, DebugLineNamesItsPlace) {
-  EXPECT_EQ(debugLine({0, 0}, "SpamreportGenerator", 953, "deliver", {"domain=example.org"}),
-            "1970-01-01T01:00:00.000+01:00 - debug source=\"SpamreportGenerator:953\" function=\"deliver\" "
-            "text=\"domain=example.org\"\n");
+TEST(LogLine, NamesTheEventAndItsFieldsInLocalTime) {
+  ::setenv("TZ", "Europe/Berlin", 1);
+  ::tzset();
+  EXPECT_EQ(eventLine({1795334400, 7999999}, 0x80012, {"say \"hi\" \\n\n\xe2\x80\"", " ", "more"}),
+            "2026-11-22T09:00:00.007+01:00 0x80012 no-template operation=\"say \\\"hi\\\" \\\\n\\n\\xe2\\x80\\\"\" "
+            "template=\" \" field3=\"more\"\n");
+  EXPECT_EQ(eventLine({1784710800, 0}, 0x1234, {"a"}), "2026-07-22T11:00:00.000+02:00 0x1234 unknown field1=\"a\"\n");
+  ::setenv("TZ", "America/St_Johns", 1);
+  ::tzset();
+  EXPECT_EQ(debugLine({1795334400, 0}, "S\"", 953, "f\n", {"a=b\xe2\x80\xa8"}),
+            "2026-11-22T04:30:00.000-03:30 - debug source=\"S\\\":953\" function=\"f\\n\" "
+            "text=\"a=b\\xe2\\x80\\xa8\"\n");
 }
 
 }  // namespace

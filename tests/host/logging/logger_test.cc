@@ -1,190 +1,200 @@
-// The log as the library sees it. Each case runs in a process of its own, because the sinks are opened once a process.
+// The log as the library sees it, and its file. Loggers run in children, because a process opens its log once.
 
-#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <atomic>
 #include <csignal>
-#include <functional>
-#include <mutex>
 #include <thread>
 
+#include "host/common/host_config.h"
 #include "host/host.h"
+#include "host/logging/file_sink.h"
 #include "platform/logging.h"
-#include "tests/host/logging/config_double.h"
-#include "tests/host/logging/temporary_directory.h"
+#include "tests/support/temp_root.h"
 
 namespace {
 
-using Velmar::Logger;
-using Velmar::MigLogger;
-using Velmar::Host::configDouble;
+std::atomic<int> loads{0};
+bool configurationFails = false;
+Velmar::Host::HostConfig configuration;
 
-class LoggerTest : public testing::Test {
+}  // namespace
+
+// Stands in for the real configuration.
+const Velmar::Host::HostConfig& Velmar::Host::hostConfig() {
+  ++loads;
+  if (configurationFails) throw Exception("ConfigException", 4, "Test", __LINE__, "host.toml:1: no such file");
+  return configuration;
+}
+
+namespace {
+
+using namespace testing;
+using Velmar::Host::setEventObserver;
+
+std::vector<std::string> linesOf(const std::string& path) {
+  std::ifstream in(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+constexpr char kFile[] = "/var/log/spamreport.log";
+
+const Matcher<std::string> kLine = EndsWith(" 0x8000e report-disabled mailbox=\"u@example.org\"");
+
+void logLines(int count) {
+  for (int i = 0; i < count; ++i) Velmar::Logger::instance(false).log(0x8000e, 0, "%s", "u@example.org");
+}
+
+class LogTest : public Test {
  protected:
-  void SetUp() override { ::setenv("VELMAR_ROOT", directory.path().c_str(), 1); }
-
-  /// Runs `body` in a child whose stderr is a file. Returns the lines of that file.
-  std::vector<std::string> stderrOf(const std::function<void()>& body) {
-    const std::string captured = directory.file("stderr");
+  /// Runs `body` in a child with this configuration. Returns the lines that it writes to stderr.
+  std::vector<std::string> stderrOf(bool toStderr, const std::string& file, const std::function<void()>& body) {
     const pid_t child = ::fork();
     if (child == 0) {
-      const int fd = ::open(captured.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-      ::dup2(fd, STDERR_FILENO);
+      configuration.log = {toStderr, file};
+      ::dup2(::open((root / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600), STDERR_FILENO);
       body();
       ::_exit(HasFailure() ? 1 : 0);
     }
     int status = -1;
     ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << contentOf(captured);
-    return linesOf(captured);
+    EXPECT_EQ(status, 0);
+    return linesOf(root / "stderr");
   }
 
-  std::vector<std::string> fileLines() const { return linesOf(directory.file("var/log/spamreport.log")); }
-
-  static void configure(bool toStderr, const std::string& file) { configDouble().config.log = {toStderr, file}; }
-
-  TemporaryDirectory directory;
+  const Velmar::Testing::TempRoot root;
+  const std::string path = root / "log/velmar/sink.log";
+  Velmar::Host::FileSink sink{path};
 };
 
-void logOne() { Logger::instance(false).log(0x8000e, 0, "%s", "u@example.org"); }
-
-constexpr const char* kWant = "0x8000e report-disabled mailbox=\"u@example.org\"";
-
-void expectEvents(const std::vector<std::string>& lines, std::size_t want) {
-  EXPECT_EQ(lines.size(), want);
-  for (const std::string& line : lines) EXPECT_TRUE(line.ends_with(kWant)) << line;
-}
-
-TEST_F(LoggerTest, GoesWhereTheConfigurationSays) {
-  struct Case {
-    bool toStderr;
-    std::string file;
-    std::size_t wantStderr;
-    std::size_t wantFile;
-  };
-  const Case cases[] = {{true, "", 1, 0},
-                        {false, "", 0, 0},
-                        {true, "/var/log/spamreport.log", 1, 1},
-                        {false, "/var/log/spamreport.log", 0, 1}};
-  for (const Case& c : cases) {
-    std::filesystem::remove_all(directory.path() / "var");
-    const auto lines = stderrOf([&] {
-      configure(c.toStderr, c.file);
-      logOne();
-    });
-    SCOPED_TRACE(c.file + (c.toStderr ? " and stderr" : ""));
-    expectEvents(lines, c.wantStderr);
-    expectEvents(fileLines(), c.wantFile);
+TEST_F(LogTest, GoesWhereConfigurationAndCommandSay) {
+  EXPECT_THAT(stderrOf(false, "", [] { logLines(1); }), IsEmpty());
+  EXPECT_THAT(stderrOf(true, kFile, [] { logLines(1); }), ElementsAre(kLine));
+  EXPECT_THAT(linesOf(root / kFile), ElementsAre(kLine));
+  for (const std::size_t wanted : {0, 1}) {
+    const auto log = [=] {
+      Velmar::Host::setLogToStderr(wanted == 1);
+      logLines(1);
+    };
+    EXPECT_EQ(stderrOf(wanted == 0, "", log).size(), wanted);
   }
 }
 
-TEST_F(LoggerTest, TheCommandMayOverruleStderr) {
-  const auto lines = stderrOf([] {
-    configure(false, "");
-    logOne();
-    Velmar::Host::setLogToStderr(true);
-    logOne();
-    Velmar::Host::setLogToStderr(false);
-    logOne();
+TEST_F(LogTest, WithoutConfigurationItUsesStderrAndDoesNotLoadAgainForEachLine) {
+  const auto lines = stderrOf(false, "", [] {
+    configurationFails = true;
+    logLines(50);
+    EXPECT_EQ(loads, 1);
   });
-  expectEvents(lines, 1);
+  EXPECT_EQ(lines.size(), 50U);
 }
 
-TEST_F(LoggerTest, WithoutConfigurationItUsesStderrAndDoesNotLoadAgainForEachLine) {
-  const auto lines = stderrOf([] {
-    configDouble().fails = true;
-    for (int i = 0; i < 50; ++i) logOne();
-    EXPECT_EQ(configDouble().loads, 1);
-  });
-  expectEvents(lines, 50);
+TEST_F(LogTest, AFileThatCannotBeWrittenSendsLinesToStderr) {
+  root.write("var", "no directory");
+  const std::string why = "log-file-unwritable path=\"" + root / "var/log/spamreport.log\" error=\"Not a directory\"";
+  EXPECT_THAT(stderrOf(false, kFile, [] { logLines(2); }), ElementsAre(EndsWith(why), kLine, kLine));
 }
 
-TEST_F(LoggerTest, AFileThatCannotBeWrittenSendsLinesToStderr) {
-  std::ofstream(directory.file("var")) << "no directory";
-  const auto lines = stderrOf([] {
-    configure(false, "/var/log/spamreport.log");
-    logOne();
-    logOne();
-  });
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_NE(lines[0].find("log-file-unwritable path=\"" + directory.file("var/log/spamreport.log")), std::string::npos)
-      << lines[0];
-  EXPECT_NE(lines[0].find("error=\"Not a directory\""), std::string::npos) << lines[0];
-  expectEvents({lines[1], lines[2]}, 2);
-}
-
-TEST_F(LoggerTest, AClosedStderrPipeHarmsNobody) {
-  stderrOf([] {
-    configure(true, "");
+TEST_F(LogTest, AClosedStderrPipeHarmsNobody) {
+  stderrOf(true, "", [] {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     ::close(ends[0]);
     ::dup2(ends[1], STDERR_FILENO);
     errno = 4711;
-    logOne();  // the default action of SIGPIPE would end this process
+    logLines(1);  // the default action of SIGPIPE would end this process
     EXPECT_EQ(errno, 4711);
-    sigset_t pending;
-    ::sigpending(&pending);
-    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
     sigset_t blocked;
     ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     EXPECT_EQ(sigismember(&blocked, SIGPIPE), 0);
   });
 }
 
-TEST_F(LoggerTest, TheObserverSeesRawFieldsOfBothLogs) {
-  const auto lines = stderrOf([] {
-    configure(false, "");
+TEST_F(LogTest, TheObserverSeesRawFieldsAndCostsNoLineWhenItThrows) {
+  const auto lines = stderrOf(true, "", [] {
     std::vector<std::string> seen;
-    Velmar::Host::setEventObserver([&](const Velmar::Host::Event& event) {
+    setEventObserver([&](const Velmar::Host::Event& event) {
       seen.push_back(event.name);
       seen.insert(seen.end(), event.fields.begin(), event.fields.end());
+      throw 1;
     });
-    MigLogger::instance(false).log(0x80012, 0, "%s\x01%s", "deliver", "my\n\x01template");
-    Logger::instance(false).log(0x999, 0, "%d", -5);
+    Velmar::MigLogger::instance(false).log(0x80012, 0, "%s\x01%s", "deliver", "my\n\x01template");
+    Velmar::Logger::instance(false).log(0x999, 0, "%d", -5);
     basepp::dbg::debug("SpamreportGenerator", 953, "deliver", 0, "%s", "no event");
-    Velmar::Host::setEventObserver(nullptr);
-    logOne();
-    EXPECT_EQ(seen, (std::vector<std::string>{"no-template", "deliver", "my\n\x01template", "unknown", "-5"}));
+    setEventObserver(nullptr);
+    logLines(1);
+    EXPECT_THAT(seen, ElementsAre("no-template", "deliver", "my\n\x01template", "unknown", "-5"));
   });
-  EXPECT_TRUE(lines.empty());
+  EXPECT_EQ(lines.size(), 4U);
 }
 
-TEST_F(LoggerTest, AnObserverThatThrowsCostsNoLine) {
-  const auto lines = stderrOf([] {
-    configure(true, "");
-    Velmar::Host::setEventObserver([](const Velmar::Host::Event&) { throw 1; });
-    logOne();
-  });
-  expectEvents(lines, 1);
-}
-
-TEST_F(LoggerTest, ManyThreadsLogWhileObserversChange) {
-  constexpr int kThreads = 4;
-  constexpr int kLines = 200;
-  stderrOf([] {
-    configure(false, "/var/log/spamreport.log");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([] {
-        for (int line = 0; line < kLines; ++line) logOne();
-      });
-    }
+TEST_F(LogTest, ManyThreadsLogWhileObserversChange) {
+  stderrOf(false, kFile, [] {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) threads.emplace_back(logLines, 200);
     for (int i = 0; i < 50; ++i) {
-      int calls = 0;
-      std::mutex mutex;
-      Velmar::Host::setEventObserver([&](const Velmar::Host::Event&) {
-        const std::lock_guard lock(mutex);
-        ++calls;
-      });
-      Velmar::Host::setEventObserver(nullptr);  // from here on nobody may touch what is about to vanish
+      std::atomic<int> calls{0};
+      setEventObserver([&](const Velmar::Host::Event&) { ++calls; });
+      setEventObserver(nullptr);  // from here on nobody may touch what is about to vanish
     }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(configDouble().loads, 1);
+    threads.clear();
+    EXPECT_EQ(loads, 1);
   });
-  expectEvents(fileLines(), kThreads * kLines);
+  EXPECT_THAT(linesOf(root / kFile), AllOf(SizeIs(800), Each(kLine)));
+}
+
+TEST_F(LogTest, FileFollowsRotation) {
+  ASSERT_EQ(sink.write("one\n"), 0);
+  EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::others_all,
+            std::filesystem::perms::none);
+  std::filesystem::rename(path, path + ".1");
+  ASSERT_EQ(sink.write("two\n"), 0);
+  EXPECT_THAT(linesOf(path), ElementsAre("two"));
+  std::filesystem::rename(path + ".1", path);
+  ASSERT_EQ(sink.write("three\n"), 0);
+  EXPECT_THAT(linesOf(path), ElementsAre("one", "three"));
+  std::filesystem::resize_file(path, 0);
+  ASSERT_EQ(sink.write("four\n"), 0);
+  EXPECT_THAT(linesOf(path), ElementsAre("four")) << "no hole after copytruncate";
+}
+
+TEST_F(LogTest, FileSaysWhyItCannotWriteAndRecovers) {
+  std::filesystem::create_directories(path);
+  EXPECT_EQ(sink.write("lost\n"), EISDIR);
+  std::filesystem::remove(path);
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(sink.write("lost, without waiting for a reader\n"), ENXIO);
+  const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  EXPECT_EQ(sink.write("a FIFO is no log\n"), EINVAL);
+  ::close(reader);
+  std::filesystem::remove(path);
+  EXPECT_EQ(sink.write("good again\n"), 0);
+}
+
+TEST_F(LogTest, ALineCutByAFullDiskCostsOnlyItself) {
+  ASSERT_EQ(sink.write("0123456789\n"), 0);
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit full{16, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+  EXPECT_EQ(sink.write("cut in the middle\n"), EFBIG);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  for (const char* line : {"whole\n", "next\n"}) EXPECT_EQ(sink.write(line), 0);
+  EXPECT_THAT(linesOf(path), ElementsAre("0123456789", "cut i", "whole", "next"));
+}
+
+TEST_F(LogTest, LinesOfManyProcessesStayWhole) {
+  const pid_t child = ::fork();
+  const std::string line(300, child ? 'a' : 'b');
+  for (int i = 0; i < 200; ++i) sink.write(line + "\n");
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_THAT(linesOf(path), AllOf(SizeIs(400), Each(AnyOf(line, std::string(300, 'b')))));
 }
 
 }  // namespace

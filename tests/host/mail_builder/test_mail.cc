@@ -109,7 +109,7 @@ TEST_F(MailTest, SubjectsAndNamesComeThroughAsTheyAre) {
   };
   for (const std::string& text : texts) {
     mail.header_subject(Host::encodeUnstructured(text));
-    mail.header_from(Host::encodeMailbox(text, "q@x.org"));
+    mail.header_from(Host::encodeMailbox(text, EmailAddress::rfc5322Parse("q@x.org", true)));
     EXPECT_THAT(sentAndDescribed(), AllOf(StartsWith(head(text + " <q@x.org>", text)), EndsWith(soundHtml)));
   }
 }

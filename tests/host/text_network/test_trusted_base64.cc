@@ -14,7 +14,7 @@
 #include "host/text_network/trusted_base64.h"
 #include "platform/text_network.h"
 #include "platform/types.h"
-#include "tests/host/mailbox/temp_root.h"
+#include "tests/support/temp_root.h"
 
 namespace Velmar {
 namespace {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/types.h"
-#include "tests/host/mailbox/temp_root.h"
+#include "tests/support/temp_root.h"
 
 namespace Velmar {
 namespace {

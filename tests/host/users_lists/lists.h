@@ -14,9 +14,8 @@ namespace Velmar::Testing {
 inline std::vector<std::string> namesOf(const std::string& owner, const std::string& list) {
   mail_list_names names;
   mail_list_get_names(owner.c_str(), list.c_str(), &names, 0, 0);
-  std::vector<std::string> result;
-  if (names.count > 0) result.assign(names.names, names.names + names.count);
-  mail_list_free_names(&names);
+  std::vector<std::string> result(names.names, names.names + names.count);
+  for (int i = 0; i < 2; ++i) mail_list_free_names(&names);  // the second time does no harm
   return result;
 }
 
