@@ -49,6 +49,10 @@ FileIdentity identityOf(const std::string& path) {
   return {status.st_dev, status.st_ino};
 }
 
+void makeStateDirectory() try { makeDirectories(kStateDirectory); } catch (const Exception& e) {
+  throw stateError(__LINE__, e.text());
+}
+
 std::string pragma(soci::session& session, const std::string& text) {
   std::string value;
   session << "PRAGMA " + text, soci::into(value);
@@ -92,7 +96,10 @@ class KnownStores {
 
   void refuseVanished(const std::string& path) {
     const std::lock_guard lock(mutex_);
-    if (paths_.count(path) && identityOf(path) == FileIdentity{}) throw stateError(__LINE__, "it has vanished");
+    struct stat status {};
+    if (paths_.count(path) && ::stat(path.c_str(), &status) != 0 && errno == ENOENT) {
+      throw stateError(__LINE__, "it has vanished");
+    }
   }
 
  private:
@@ -181,7 +188,7 @@ soci::session& threadState() {
   if (!current || !current->serves(path)) {
     current.reset();
     knownStores.refuseVanished(path);
-    makeDirectories(kStateDirectory);
+    makeStateDirectory();
     current = std::make_unique<ThreadSession>(path);
     knownStores.add(path);
   }

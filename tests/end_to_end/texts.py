@@ -102,9 +102,14 @@ TEXTS = {
 }
 
 
+def shown(text):
+    """As much of a held text as a report shows."""
+    return text if len(text) <= 1000 else text[:1000] + "\u2026"
+
+
 def of(name, raw):
     """Sender and subject of a message: by the table, or as written for a harmless one that a test made."""
     if name is None:
         header = email.message_from_bytes(raw)
         return header["From"] or "", header["Subject"] or ""
-    return TEXTS[name]
+    return tuple(shown(text) for text in TEXTS[name])

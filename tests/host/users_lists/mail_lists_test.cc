@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/temp_root.h"
 #include "tests/host/users_lists/lists.h"
+#include "tests/support/temp_root.h"
 
 namespace Velmar {
 namespace {

@@ -9,8 +9,8 @@
 
 #include <thread>
 
-#include "tests/support/temp_root.h"
 #include "tests/host/users_lists/lists.h"
+#include "tests/support/temp_root.h"
 
 namespace Velmar {
 namespace {
@@ -103,16 +103,26 @@ TEST_F(StateStore, DeniedAccessThrows) {
 TEST_F(StateStore, RootThatCannotHoldAStoreThrows) {
   root.write("file", "");
   ::setenv("VELMAR_ROOT", (root / "file").c_str(), 1);
-  expectAllFail("cannot create " + root / "file/var" + ": Not a directory");
+  expectAllFail("directory " + root / "file/var" + " cannot be made: Not a directory");
   ::setenv("VELMAR_ROOT", root.makeDirectory("with\"quote").c_str(), 1);
   expectAllFail("its path holds a double quote");
 }
 
-// An administrator restores a backup, or moves the file away, while a program has it open.
+// An administrator moves the file away, or restores a backup, while a program has it open. Lists that were known must
+// not read as empty in between.
 TEST_F(StateStore, ReplacedFileIsNoticed) {
   ASSERT_TRUE(listHolds("u@d", "l", "a@x"));
+  const TempRoot other;
+  Host::addListEntry("u@d", "l", "b@x");
+  Host::dropThreadState();
+  ::setenv("VELMAR_ROOT", (root / "").c_str(), 1);
+  ASSERT_TRUE(listHolds("u@d", "l", "a@x"));
   for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(root / kState + part);
+  expectAllFail("it has vanished");
+  EXPECT_FALSE(std::filesystem::exists(root / kState));
+  std::filesystem::copy_file(other / kState, root / kState);
   EXPECT_FALSE(listHolds("u@d", "l", "a@x"));
+  EXPECT_TRUE(listHolds("u@d", "l", "b@x"));
 }
 
 // Removes and adds an entry again and again, beside others that do the same with theirs.
