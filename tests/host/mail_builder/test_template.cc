@@ -95,6 +95,16 @@ TEST(TemplateValuesTest, HeldTextsAreDecodedOnceWithTheCallersFallbacks) {
   EXPECT_EQ(one->textbody(), "Müller <m@x>|Привет b|=?utf-8?Q?x?=");
 }
 
+TEST(TemplateValuesTest, HeldTextsAreCutBetweenCharacters) {
+  std::string thousand;
+  for (int i = 0; i < 1000; ++i) thousand += "é";
+  for (const auto& [held, want] : {std::pair(thousand, thousand), std::pair(thousand + "é", thousand + "…")}) {
+    const auto one = filled({kHeader, "h", "{{S}}"});
+    one->subject(held, "S");
+    EXPECT_EQ(one->textbody(), want);
+  }
+}
+
 TEST(TemplateHeaderTest, Sender) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"\"Example, Inc.\" <q@example.org>", "\"Example, Inc.\" <q@example.org>"},

@@ -211,6 +211,35 @@ TEST_F(Mailbox, EachFailingOpenEitherCostsOneMessageOrIsAnError) {
   for (const int error : {EACCES, EIO, ELOOP}) EXPECT_THAT(keysFailing(6, error), ElementsAre("1.a", "3.a")) << error;
 }
 
+TEST_F(Mailbox, NoneOfTheMessagesReadableIsNoEmptyScan) {
+  hold("new/1.a");
+  const auto outcome = [](int error) -> std::string {
+    failingOpen = 5;
+    failingOpenError = error;
+    try {
+      return rest(*scanned(0, 100)).empty() ? "empty" : "read";
+    } catch (const Exception& e) {
+      return e.text();
+    }
+  };
+  for (const int error : {EACCES, EIO})
+    EXPECT_THAT(outcome(error),
+                HasSubstr("cannot read any message in " + root / "home/d.example/u~d.example/quarantine/new"));
+  EXPECT_EQ(outcome(ELOOP), "empty");  // a link in a message's place
+}
+
+TEST_F(Mailbox, LongValuesAreCutBetweenWords) {
+  std::string words;
+  while (words.size() < 100'000) words += "=?utf-8?Q?word?= ";
+  hold("new/1.a", "Subject: " + words + "\nFrom: " + std::string(100'000, 'f') + "\n\n");
+  const VXMessageRef message = scanned(0, 100)->next();
+  const std::string subject = message->headers().find("Subject").value();
+  EXPECT_EQ(subject, words.substr(0, subject.size()));
+  EXPECT_THAT(subject, ::testing::EndsWith("word?="));
+  EXPECT_GT(subject.size(), 16'000U);
+  EXPECT_EQ(message->headers().find("From").value(), std::string(16 * 1024, 'f'));
+}
+
 TEST_F(Mailbox, MissingIsEmptyAndEverythingElseIsAnError) {
   root.makeDirectory("home/d.example/bare~d.example");
   for (const char* user : {"none.example/u~none.example", "d.example/none~d.example", "d.example/bare~d.example"}) {
