@@ -84,6 +84,16 @@ VLM_EXPORT std::vector<SpoolEntry> listSpool();
 /// The whole mail of one entry. Throws Exception when there is none of this id or it cannot be read.
 VLM_EXPORT QueuedMail readSpool(const std::string& id);
 
+/// Makes the spool's directories when they are missing and looks whether this user may write there. Throws Exception.
+VLM_EXPORT void checkSpool();
+
+/// What keeps a report template from being used, with file and line where there is one; "" when nothing does.
+/// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
+VLM_EXPORT std::string templateFault(const std::string& name, const std::string& domain);
+
+/// Looks at the secret that signs login links; makes it when there is none. Throws Exception with the reason.
+VLM_EXPORT void checkSecret();
+
 /// Names of the configured domains, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<std::string> configuredDomains();
 

@@ -167,6 +167,14 @@ bool isQueueId(const std::string& id) {
 
 }  // namespace
 
+void checkSpool() {
+  for (const char* part : {"/tmp", "/new"}) {
+    makeDirectories(std::string(kSpool) + part);
+    const std::string path = spoolDirectory() + part;
+    if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0) throw fault(path, errorText(errno));
+  }
+}
+
 void writeToSpool(const QueuedMail& mail) {
   const std::string directory = spoolDirectory();
   if (mail.content.size() > kMaxMail) {

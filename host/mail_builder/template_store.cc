@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "host/common/root.h"
+#include "host/host.h"
 #include "host/mail_builder/system_file.h"
 #include "platform/types.h"
 
@@ -126,6 +127,12 @@ std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& direct
   entry.parsed = parseFiles(directory, files);
   keep(directory, entry);
   return entry.parsed;
+}
+
+std::string templateFault(const std::string& name, const std::string& domain) {
+  const auto found = findReportTemplate(name, domain);
+  if (found) return found->error();
+  return "there is no " + underRoot("/etc/velmar/templates/") + (domain.empty() ? "" : domain + "/") + name + "/";
 }
 
 std::shared_ptr<const ReportTemplate> findReportTemplate(const std::string& name, const std::string& domain) {

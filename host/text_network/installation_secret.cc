@@ -22,6 +22,7 @@
 #include "host/common/descriptor.h"
 #include "host/common/directories.h"
 #include "host/common/root.h"
+#include "host/host.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
@@ -121,5 +122,7 @@ Secret installationSecret(bool create) {
   if (const auto kept = secrets.find(where); kept != secrets.end()) return kept->second;
   return secrets.emplace(where, loadSecret(where, create)).first->second;
 }
+
+void checkSecret() { installationSecret(true); }
 
 }  // namespace Velmar::Host

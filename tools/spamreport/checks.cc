@@ -10,7 +10,6 @@
 #include "host/host.h"
 #include "platform/config_store.h"
 #include "platform/mail_builder.h"
-#include "platform/text_network.h"
 #include "platform/users_lists.h"
 #include "tools/spamreport/time_text.h"
 
@@ -50,8 +49,9 @@ constexpr std::array<std::pair<const char*, const char*>, 5> kSampleValues{{
 
 /// Loads a template and expands each of its parts.
 std::string lookAtTemplate(const std::string& name, const std::string& domain) {
+  const std::string fault = Host::templateFault(name, domain);
+  if (!fault.empty()) throw std::runtime_error("\"" + name + "\": " + fault);
   const auto loaded = VXCustomizedEmailTemplate::create(kReportTemplate, name, domain, 0);
-  if (!loaded || !loaded->good()) throw std::runtime_error("\"" + name + "\" is missing or does not parse");
   for (const auto& [variable, value] : kSampleValues) loaded->set(variable, value);
   const std::array<std::pair<const char*, std::string>, 3> parts{{{"From line", loaded->headerFromRFC2047()},
                                                                   {"HTML body", loaded->htmlbody()},
@@ -102,6 +102,7 @@ std::string lookAtStateStore() {
 }
 
 std::string lookAtSpool() {
+  Host::checkSpool();
   const std::vector<Host::SpoolEntry> entries = Host::listSpool();
   if (entries.empty()) return "empty";
   const std::string oldest = durationText(static_cast<std::int64_t>(std::time(nullptr)) - entries.front().queuedAt);
@@ -109,10 +110,7 @@ std::string lookAtSpool() {
 }
 
 std::string lookAtSecret() {
-  std::array<char, 256> encoded{};
-  if (vlml_encode_trusted_base64_data("check", 5, 0, encoded.data(), static_cast<int>(encoded.size())) < 0) {
-    throw std::runtime_error("there is none, and none can be made");
-  }
+  Host::checkSecret();
   return "signs links";
 }
 
@@ -146,16 +144,20 @@ Check configurationCheck() {
     }
     return counted(Host::configuredDomains().size(), "domain", "domains") + ", actions go to " + host.data();
   };
-  return {"configuration", look, "correct etc/velmar/host.toml; velmar-host.toml(5) describes it"};
+  return {"configuration", look, "write or correct etc/velmar/host.toml; velmar-host.toml(5) describes it"};
 }
 
 std::vector<Check> installationChecks() {
   std::vector<Check> checks;
   addTemplateChecks(checks);
   addImageChecks(checks);
-  checks.push_back({"state store", lookAtStateStore, "let this user read and write var/lib/velmar and state.db in it"});
+  checks.push_back(
+      {"state store", lookAtStateStore,
+       "let this user read and write var/lib/velmar and state.db in it; when another program holds it, end that one"});
   checks.push_back({"spool", lookAtSpool, "let this user read and write var/spool/velmar; move away what is damaged"});
-  checks.push_back({"secret", lookAtSecret, "let this user, and nobody else, read the secret in var/lib/velmar"});
+  checks.push_back(
+      {"secret", lookAtSecret,
+       "let this user, and nobody else, read var/lib/velmar/secret; without it reports have no login link"});
   addPolicyChecks(checks);
   return checks;
 }

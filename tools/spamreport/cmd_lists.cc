@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "host/host.h"
+#include "platform/types.h"
 #include "platform/users_lists.h"
 #include "tools/spamreport/commands.h"
 #include "tools/spamreport/recipients.h"
@@ -34,6 +35,14 @@ void checkOptions(const ListEntryOptions& options) {
   checkPart("entry", options.entry);
 }
 
+/// The lists that reports read hold addresses: anything else would be dropped as a one-sided link.
+void checkEntry(const ListEntryOptions& options) {
+  if (options.list != "primaryaddr" && options.list != "secondaryaddr") return;
+  if (EmailAddress::rfc5322Parse(options.entry, true).address() != options.entry) {
+    throw WrongUse("entry \"" + options.entry + "\": the list " + options.list + " holds mail addresses");
+  }
+}
+
 }  // namespace
 
 int showLists(const std::string& owner) {
@@ -50,6 +59,7 @@ int showLists(const std::string& owner) {
 
 int addToList(const ListEntryOptions& options) {
   checkOptions(options);
+  checkEntry(options);
   Host::addListEntry(options.owner, options.list, options.entry);
   return kGood;
 }

@@ -25,6 +25,7 @@ namespace {
 struct Mailbox {
   std::string domain;
   std::string address;
+  std::string fault = "";  ///< why it stands for a whole domain whose mailboxes could not be listed; "" = it does not
 };
 
 struct Period {
@@ -44,9 +45,13 @@ std::vector<Mailbox> chooseMailboxes(const RunOptions& options) {
   if (!options.all) domains = {chooseDomain(options.domain, domains)};
   std::vector<Mailbox> mailboxes;
   for (const std::string& domain : domains) {
-    const auto addresses =
-        options.recipients ? parseRecipients(domain, *options.recipients) : Host::mailboxesOfDomain(domain);
-    for (const std::string& address : addresses) mailboxes.push_back({domain, address});
+    try {
+      const auto addresses =
+          options.recipients ? parseRecipients(domain, *options.recipients) : Host::mailboxesOfDomain(domain);
+      for (const std::string& address : addresses) mailboxes.push_back({domain, address});
+    } catch (const Exception& e) {
+      mailboxes.push_back({domain, "*@" + domain, e.text()});  // the other domains go on
+    }
   }
   return mailboxes;
 }
@@ -58,6 +63,7 @@ bool isDeletedUser(const Mailbox& mailbox) {
 }
 
 Outcome reportMailbox(const Mailbox& mailbox, const Period& period, EventCollector& collector) try {
+  if (!mailbox.fault.empty()) return {OutcomeKind::kFailed, mailbox.fault};
   mailboxAddress(mailbox.address);  // those found on disk may have any name
   const std::int32_t result =
       vlm_spamreport_report_byrcpt(mailbox.domain.c_str(), mailbox.address.c_str(), period.seconds, period.until);

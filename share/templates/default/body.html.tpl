@@ -37,7 +37,7 @@ after about 100 kB: where this block is not honoured, rows still show as a table
 @media (prefers-color-scheme: dark) {
   .page { background: #14191d !important; }
   .card, .odd td { background: #1d242a !important; }
-  .even td { background: #222b32 !important; }
+  .even, .even td { background: #222b32 !important; }
   .card, .card td, .card th, .card p, .card h1 { color: #dfe6eb !important; border-color: #3a4650 !important; }
   .list tr { border-color: #3a4650; }
   .card .quiet, .card .quiet p, .card th, .date { color: #a3b1bc !important; }
