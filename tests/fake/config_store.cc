@@ -1,4 +1,4 @@
-// The configuration of the fake world.
+// The configuration of the fake world, and its anti-spam profiles.
 
 #include "platform/config_store.h"
 
@@ -20,22 +20,11 @@ struct cmf_query {
 namespace {
 
 const void* recordOf(G_CLI_GID gid) {
-  switch (gid) {
-    case G_CLI_SPAM_REPORT:
-      return &world().spamReport;
-    case G_CLI_REMOTE_STORAGE:
-      return &world().remoteStorage;
-    case G_CLI_MAILSERVER:
-      return &world().mailServer;
-    case G_CLI_SYS_ANTISPAM:
-      return &world().sysAntispam;
-    case G_CLI_VELMAR_HA:
-      return &world().highAvailability;
-    case G_CLI_NAS_STORAGE:
-      return &world().nasStorage;
-    default:
-      return nullptr;
-  }
+  static const std::map<G_CLI_GID, const void*> records{
+      {G_CLI_SPAM_REPORT, &world().spamReport},     {G_CLI_REMOTE_STORAGE, &world().remoteStorage},
+      {G_CLI_MAILSERVER, &world().mailServer},      {G_CLI_SYS_ANTISPAM, &world().sysAntispam},
+      {G_CLI_VELMAR_HA, &world().highAvailability}, {G_CLI_NAS_STORAGE, &world().nasStorage}};
+  return records.at(gid);
 }
 
 class DomainRecords : public ApsGwServerCache {
@@ -124,6 +113,17 @@ const char* cfg_get_main_domain_name(const char* domain, int reserved) {
 int qrl_mail_mode() {
   call("qrl_mail_mode");
   return world().mailMode;
+}
+
+ProfileFactory* ProfileFactory::instance() {
+  static ProfileFactory factory;
+  return &factory;
+}
+
+ProfileAntiSpam ProfileFactory::createProfileAntiSpam(int profile, unsigned int domain) {
+  call("createProfileAntiSpam", join({std::to_string(profile), std::to_string(domain)}));
+  const auto found = world().profiles.find({profile, domain});
+  return found == world().profiles.end() ? ProfileAntiSpam() : ProfileAntiSpam(found->second);
 }
 
 }  // namespace Velmar

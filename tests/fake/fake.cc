@@ -2,8 +2,8 @@
 
 #include "tests/fake/fake.h"
 
+#include <algorithm>
 #include <mutex>
-#include <ostream>
 #include <stdexcept>
 
 namespace Velmar::Fake {
@@ -45,7 +45,6 @@ void reset() {
   theWorld = World();
   order = Order();
   setClock(0);
-  setCopiesFail(false);
 }
 
 void failCall(const std::string& name, int nth, Failure kind, int times) { order = {name, nth, times, kind, 0, ""}; }
@@ -60,15 +59,10 @@ ApsGwServer& domain(const std::string& name) {
 }
 
 std::vector<std::string> callsOf(const std::vector<std::string>& prefixes) {
-  std::vector<std::string> found;
-  for (const std::string& text : theWorld.calls) {
-    for (const std::string& prefix : prefixes) {
-      if (text.rfind(prefix, 0) == 0) {
-        found.push_back(text);
-        break;
-      }
-    }
-  }
+  std::vector<std::string> found = theWorld.calls;
+  std::erase_if(found, [&](const std::string& text) {
+    return std::none_of(prefixes.begin(), prefixes.end(), [&](const auto& prefix) { return text.starts_with(prefix); });
+  });
   return found;
 }
 
@@ -83,10 +77,6 @@ void call(const std::string& name, const std::string& arguments) {
   if (strikes) fail(name);
 }
 
-void addEvent(Event event) {
-  locked([&] { theWorld.events.push_back(std::move(event)); });
-}
-
 void locked(const std::function<void()>& change) {
   const std::lock_guard<std::mutex> guard(mutex);
   change();
@@ -96,11 +86,6 @@ std::string join(std::initializer_list<std::string> arguments) {
   std::string text;
   for (const std::string& argument : arguments) text += (text.empty() ? "" : ",") + argument;
   return text;
-}
-
-void PrintTo(const Event& event, std::ostream* out) {
-  *out << event.log << " " << std::hex << event.code << std::dec;
-  for (const std::string& field : event.fields) *out << " \"" << field << "\"";
 }
 
 }  // namespace Velmar::Fake

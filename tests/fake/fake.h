@@ -5,11 +5,9 @@
 // A test calls reset(), fills world(), runs the library and then looks at world() again. What the library does may
 // happen on several threads; setting up and looking may not happen meanwhile, except through the functions below.
 
-#include <atomic>
 #include <cstdint>
 #include <ctime>
 #include <functional>
-#include <list>
 #include <map>
 #include <optional>
 #include <set>
@@ -22,17 +20,6 @@
 #include "platform/mail_builder.h"
 
 namespace Velmar::Fake {
-
-/// One log event.
-struct Event {
-  unsigned int code = 0;
-  std::string format;
-  std::vector<std::string> fields;
-  std::string log = "Logger";  ///< "MigLogger" for the other log
-
-  bool operator==(const Event&) const = default;
-};
-void PrintTo(const Event& event, std::ostream* out);
 
 /// A message in a fake mailbox.
 struct HeldMessage {
@@ -53,65 +40,11 @@ struct TemplateText {
   std::string from, subject, envFrom, text, html;
 };
 
-/// One opened section of a template with what was set in it. The top level has the name "".
-struct Section {
-  std::string name;
-  std::map<std::string, std::string> values;
-  std::list<Section> sections;  ///< in the order in which they were opened
-
-  /// One line a section and variable, indented by depth.
-  std::string asText(int depth = 0) const;
-  /// The index-th section of this name directly below; throws std::out_of_range when there are fewer.
-  const Section& at(const std::string& section, int index = 0) const;
-};
-
-/// Expands a ctemplate text with a section's values and the sections in it; records nothing.
-std::string expand(const std::string& content, const Section& section);
-
-/// A template that keeps what was set and opened as a tree; good() and the expanded texts follow from its TemplateText.
-class Template : public VlmCMsg::VXCustomizedEmailTemplate {
- public:
-  explicit Template(TemplateText text = {}) : text_(std::move(text)) {}
-  ~Template() override;
-
-  const Section& root() const { return root_; }
-
-  bool good() const override;
-  void fallon(const QRLStaticCharSetFallbacks* fallbacks) override;
-  void beginSection(const std::string& name) override;
-  void endSection() override;
-  int set(const std::string& name, const std::string& value) override;
-  int headerFrom(const std::string& raw, const std::string& name) override;
-  int subject(const std::string& raw, const std::string& name) override;
-  std::string headerFromRFC2047() override;
-  std::string subjectRFC2047() override;
-  std::string envFrom() override;
-  std::string textbody() override;
-  std::string htmlbody() override;
-
- private:
-  int store(const char* operation, const std::string& name, const std::string& value);
-
-  TemplateText text_;
-  Section root_;
-  std::vector<Section*> open_{&root_};
-};
-
-struct Image {
-  std::string path;
-  int type = 0;
-  std::string cid;
-
-  bool operator==(const Image&) const = default;
-};
-
-/// A mail that was handed to the queue.
+/// A mail that was handed to the queue. What was set in it is among the calls.
 struct Mail {
   int number = 0;  ///< counts the mails that were begun, from 1
-  bool suppressDsn = false;
-  std::string to, from, subject, messageId, sender, recipients;
-  std::string plain, plainCharset, html, htmlCharset;
-  std::vector<Image> images;
+  std::string recipients, html;
+  std::vector<std::string> cids;  ///< of the images, "NUMBER.1" and so on
 };
 
 /// Everything that the library can ask for, and what it did.
@@ -131,26 +64,26 @@ struct World {
   std::map<std::pair<int, unsigned int>, ProfileAntiSpam::Switches> profiles;
   std::optional<std::string> localDomain;
   int mailMode = 1;
+  bool copiesFail = false;  ///< strdup() finds no memory
 
   std::map<std::pair<std::string, std::string>, std::vector<std::string>> lists;  ///< by owner and list
   std::map<std::string, std::string> languages;                                   ///< by address
-  std::set<std::string> deletedPaths;
-  std::set<std::string> groupOwners;
+  std::set<std::string> deletedPaths, groupOwners;
 
   std::map<std::string, Mailbox> mailboxes;          ///< by address of the owner
   std::map<std::uint64_t, std::uint64_t> flagMasks;  ///< what a flag value is completed to; else itself
   std::map<std::pair<std::string, std::string>, TemplateText> templates;  ///< by domain ("" = system) and name
   std::map<std::string, int> setStatus;                                   ///< by variable; else 0
-  std::map<std::string, std::string> decoded;                             ///< UTF-8 by raw header text; else the same
   std::optional<int> encodedLength;                                       ///< what the access encoder returns
   std::function<void()> onQuery;                                          ///< while a configuration query runs
   std::function<void()> onMailDestroyed;
 
-  std::vector<std::string> calls;  ///< every call of the platform, "name(argument,argument)", in order
-  std::vector<Event> events;
+  /// Every call of the platform, "name(argument,argument)", in order. Log events and traces are among them, with the
+  /// 0x01 between fields shown as "|": "Logger::log(80011,0,%zd|%s|%s,2|u@d|a@x,b@x)".
+  std::vector<std::string> calls;
   std::vector<Mail> queue;
-  int openQueries = 0;    ///< configuration queries not ended
-  int openNameLists = 0;  ///< fetched lists not freed
+  int mailsBegun = 0;
+  int openQueries = 0;  ///< configuration queries not ended
 };
 World& world();
 
@@ -159,9 +92,6 @@ void reset();
 
 /// The clock that time() shows and sleep() moves on.
 void setClock(std::time_t now);
-
-/// Makes strdup() find no memory, or find it again.
-void setCopiesFail(bool fail);
 
 /// What a failing call throws: an Exception with the text "call of NAME fails", a std::runtime_error, an int.
 enum class Failure { Platform, Standard, Foreign };
@@ -183,7 +113,6 @@ std::vector<std::string> callsOf(const std::vector<std::string>& prefixes);
 void call(const std::string& name, const std::string& arguments = "");
 /// Records a call that cannot fail.
 void note(const std::string& name, const std::string& arguments = "");
-void addEvent(Event event);
 /// Runs `change` alone.
 void locked(const std::function<void()>& change);
 /// The arguments of a call, as text and separated by commas.

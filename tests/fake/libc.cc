@@ -16,14 +16,12 @@
 namespace {
 
 std::atomic<std::time_t> now{0};
-std::atomic<bool> copiesFail{false};
 
 }  // namespace
 
 namespace Velmar::Fake {
 
 void setClock(std::time_t time) { now = time; }
-void setCopiesFail(bool fail) { copiesFail = fail; }
 
 }  // namespace Velmar::Fake
 
@@ -43,7 +41,7 @@ unsigned int sleep(unsigned int seconds) {
 
 char* strdup(const char* text) noexcept {
   const std::size_t size = std::strlen(text) + 1;
-  char* copy = copiesFail ? nullptr : static_cast<char*>(std::malloc(size));
+  char* copy = Velmar::Fake::world().copiesFail ? nullptr : static_cast<char*>(std::malloc(size));
   if (copy) std::memcpy(copy, text, size);
   return copy;
 }

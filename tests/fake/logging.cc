@@ -1,34 +1,24 @@
-// The log of the fake world: events with their fields apart, debug traces as calls.
+// The log of the fake world: events and debug traces are calls.
 
 #include "platform/logging.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstdio>
 #include <string>
-#include <vector>
 
 #include "tests/fake/fake.h"
 
 namespace Velmar {
 namespace {
 
-/// One text for each conversion of the format.
-std::vector<std::string> fieldsOf(const char* format, std::va_list& arguments) {
-  std::vector<std::string> fields;
-  for (const char* p = format; *p; ++p) {
-    if (*p != '%') continue;
-    ++p;
-    if (*p == 's') {
-      fields.emplace_back(va_arg(arguments, const char*));
-    } else if (*p == 'd') {
-      fields.push_back(std::to_string(va_arg(arguments, int)));
-    } else if (*p == 'z') {
-      ++p;
-      fields.push_back(std::to_string(va_arg(arguments, ssize_t)));
-    } else {
-      fields.push_back(std::string("unknown conversion ") + *p);
-    }
-  }
-  return fields;
+/// The format and the text made by it, with the mark between fields visible.
+std::string logText(const char* format, std::va_list& arguments) {
+  char text[4096];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  std::string joined = Fake::join({format, text});
+  std::replace(joined.begin(), joined.end(), '\x01', '|');
+  return joined;
 }
 
 }  // namespace
@@ -51,10 +41,11 @@ MigLogger& MigLogger::instance(bool forced) {
 void Logger::log(unsigned int event, int reserved, const char* format, ...) noexcept {
   std::va_list arguments;
   va_start(arguments, format);
-  const char* name = this == &MigLogger::instance(false) ? "MigLogger" : "Logger";
-  Fake::addEvent({event, format, fieldsOf(format, arguments), name});
+  char code[16];
+  std::snprintf(code, sizeof code, "%x", event);
+  const char* name = this == &MigLogger::instance(false) ? "MigLogger::log" : "Logger::log";
+  Fake::note(name, Fake::join({code, std::to_string(reserved), logText(format, arguments)}));
   va_end(arguments);
-  Fake::note("log", Fake::join({std::to_string(event & 0xffff), std::to_string(reserved)}));
 }
 
 }  // namespace Velmar
@@ -63,8 +54,8 @@ void basepp::dbg::debug(const char* file, int line, const char* function, int re
                         ...) noexcept {
   std::va_list arguments;
   va_start(arguments, format);
-  std::string text = Velmar::Fake::join({file, std::to_string(line), function, std::to_string(reserved), format});
-  for (const std::string& field : Velmar::fieldsOf(format, arguments)) text += "," + field;
+  const std::string text = Velmar::logText(format, arguments);
+  Velmar::Fake::note("debug",
+                     Velmar::Fake::join({file, std::to_string(line), function, std::to_string(reserved), text}));
   va_end(arguments);
-  Velmar::Fake::note("debug", text);
 }

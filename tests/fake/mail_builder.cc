@@ -5,7 +5,6 @@
 #include <ctemplate/template.h>
 
 #include <memory>
-#include <stdexcept>
 
 #include "tests/fake/fake.h"
 
@@ -15,99 +14,55 @@ using Fake::call;
 using Fake::join;
 using Fake::world;
 
-namespace Fake {
 namespace {
 
-void fill(const Section& section, ctemplate::TemplateDictionary& dictionary) {
-  for (const auto& [name, value] : section.values) dictionary.SetValue(name, value);
-  for (const Section& inner : section.sections) fill(inner, *dictionary.AddSectionDictionary(inner.name));
-}
+/// A template that keeps what was set and opened; good() and the expanded texts follow from its TemplateText.
+class Template : public VlmCMsg::VXCustomizedEmailTemplate {
+ public:
+  explicit Template(Fake::TemplateText text) : text_(std::move(text)) {}
+  ~Template() override { Fake::note("~VXCustomizedEmailTemplate"); }
 
-}  // namespace
-
-std::string expand(const std::string& content, const Section& section) {
-  const std::unique_ptr<ctemplate::Template> parsed(
-      ctemplate::Template::StringToTemplate(content, ctemplate::DO_NOT_STRIP));
-  ctemplate::TemplateDictionary dictionary("report");
-  fill(section, dictionary);
-  std::string text;
-  parsed->Expand(&text, &dictionary);
-  return text;
-}
-
-std::string Section::asText(int depth) const {
-  const std::string indent(static_cast<std::size_t>(2 * depth), ' ');
-  std::string text;
-  for (const auto& [variable, value] : values) text += indent + variable + "=" + value + "\n";
-  for (const Section& inner : sections) text += indent + inner.name + "\n" + inner.asText(depth + 1);
-  return text;
-}
-
-const Section& Section::at(const std::string& section, int index) const {
-  for (const Section& inner : sections) {
-    if (inner.name == section && index-- == 0) return inner;
+  bool good() const override { return text_.good; }
+  void fallon(const QRLStaticCharSetFallbacks* fallbacks) override {
+    call("fallon", fallbacks ? fallbacks->charsets().front() : "null");
   }
-  throw std::out_of_range("no such section: " + section + " in\n" + asText());
-}
+  void beginSection(const std::string& name) override {
+    call("beginSection", name);
+    open_.push_back(open_.back()->AddSectionDictionary(name));
+  }
+  void endSection() override {
+    call("endSection");
+    open_.pop_back();
+  }
+  int set(const std::string& name, const std::string& value) override { return store("set", name, value); }
+  int headerFrom(const std::string& raw, const std::string& name) override { return store("headerFrom", name, raw); }
+  int subject(const std::string& raw, const std::string& name) override { return store("subject", name, raw); }
+  std::string headerFromRFC2047() override { return expand("headerFromRFC2047", text_.from); }
+  std::string subjectRFC2047() override { return expand("subjectRFC2047", text_.subject); }
+  std::string envFrom() override { return expand("envFrom", text_.envFrom); }
+  std::string textbody() override { return expand("textbody", text_.text); }
+  std::string htmlbody() override { return expand("htmlbody", text_.html); }
 
-Template::~Template() { note("~VXCustomizedEmailTemplate"); }
+ private:
+  int store(const char* operation, const std::string& name, const std::string& value) {
+    call(operation, join({name, value}));
+    open_.back()->SetValue(name, value);
+    const auto status = world().setStatus.find(name);
+    return status == world().setStatus.end() ? 0 : status->second;
+  }
+  std::string expand(const char* operation, const std::string& content) {
+    call(operation);
+    const std::unique_ptr<ctemplate::Template> parsed(
+        ctemplate::Template::StringToTemplate(content, ctemplate::DO_NOT_STRIP));
+    std::string text;
+    parsed->Expand(&text, &root_);
+    return text;
+  }
 
-bool Template::good() const { return text_.good; }
-
-void Template::fallon(const QRLStaticCharSetFallbacks* fallbacks) {
-  call("fallon", fallbacks ? fallbacks->charsets().front() : "null");
-}
-
-void Template::beginSection(const std::string& name) {
-  call("beginSection", name);
-  open_.push_back(&open_.back()->sections.emplace_back(Section{name, {}, {}}));
-}
-
-void Template::endSection() {
-  call("endSection");
-  if (open_.size() == 1) throw Exception("TemplateException", 4, "Fake", 1, "no section is open");
-  open_.pop_back();
-}
-
-int Template::store(const char* operation, const std::string& name, const std::string& value) {
-  call(operation, join({name, value}));
-  open_.back()->values[name] = value;
-  const auto status = world().setStatus.find(name);
-  return status == world().setStatus.end() ? 0 : status->second;
-}
-
-int Template::set(const std::string& name, const std::string& value) { return store("set", name, value); }
-int Template::headerFrom(const std::string& raw, const std::string& name) {
-  return store("headerFrom", name, "From " + raw);
-}
-int Template::subject(const std::string& raw, const std::string& name) {
-  return store("subject", name, "Subject " + raw);
-}
-
-std::string Template::headerFromRFC2047() {
-  call("headerFromRFC2047");
-  return text_.from;
-}
-std::string Template::subjectRFC2047() {
-  call("subjectRFC2047");
-  return text_.subject;
-}
-std::string Template::envFrom() {
-  call("envFrom");
-  return text_.envFrom;
-}
-std::string Template::textbody() {
-  call("textbody");
-  return expand(text_.text, root_);
-}
-std::string Template::htmlbody() {
-  call("htmlbody");
-  return expand(text_.html, root_);
-}
-
-}  // namespace Fake
-
-namespace {
+  Fake::TemplateText text_;
+  ctemplate::TemplateDictionary root_{"report"};
+  std::vector<ctemplate::TemplateDictionary*> open_{&root_};
+};
 
 class SystemCharsets : public QRLStaticCharSetFallbacks {
  public:
@@ -131,8 +86,7 @@ RefQRLStaticCharSetFallbacks RefQRLStaticCharSetFallbacks::instance() {
 
 void stringToUtf8(const std::string& raw, Buffer& out, const QRLStaticCharSetFallbacks* fallbacks) {
   call("stringToUtf8", join({raw, fallbacks ? "fallbacks" : "null"}));
-  const auto found = world().decoded.find(raw);
-  out.assign(found == world().decoded.end() ? raw : found->second);
+  out.assign(raw.empty() ? "" : raw + " as UTF-8");
 }
 
 std::string stringToValidEmailAddressRfc822HeaderValue(const std::string& address) {
@@ -152,66 +106,41 @@ std::string LW::createHeaderMessageIdValue(const std::string& domain, const std:
   return std::string("<") + time + "@" + domain + ">";
 }
 
-struct VXMPopulateEmail::Impl {
-  Fake::Mail mail;
-};
+struct VXMPopulateEmail::Impl : Fake::Mail {};
 
 VXMPopulateEmail::VXMPopulateEmail() : impl_(std::make_unique<Impl>()) {
   call("VXMPopulateEmail");
-  static std::atomic<int> begun{0};
-  impl_->mail.number = ++begun;
+  Fake::locked([&] { impl_->number = ++world().mailsBegun; });
 }
 VXMPopulateEmail::~VXMPopulateEmail() {
   Fake::note("~VXMPopulateEmail");
   if (world().onMailDestroyed) world().onMailDestroyed();
 }
 
-void VXMPopulateEmail::suppress_dsn(bool suppress) {
-  call("suppress_dsn", suppress ? "true" : "false");
-  impl_->mail.suppressDsn = suppress;
-}
-void VXMPopulateEmail::header_to(const std::string& value) {
-  call("header_to", value);
-  impl_->mail.to = value;
-}
-void VXMPopulateEmail::header_from(const std::string& value) {
-  call("header_from", value);
-  impl_->mail.from = value;
-}
-void VXMPopulateEmail::header_subject(const std::string& value) {
-  call("header_subject", value);
-  impl_->mail.subject = value;
-}
-void VXMPopulateEmail::header_message_id(const std::string& value) {
-  call("header_message_id", value);
-  impl_->mail.messageId = value;
-}
-void VXMPopulateEmail::sender(const std::string& address) {
-  call("sender", address);
-  impl_->mail.sender = address;
-}
+void VXMPopulateEmail::suppress_dsn(bool suppress) { call("suppress_dsn", suppress ? "true" : "false"); }
+void VXMPopulateEmail::header_to(const std::string& value) { call("header_to", value); }
+void VXMPopulateEmail::header_from(const std::string& value) { call("header_from", value); }
+void VXMPopulateEmail::header_subject(const std::string& value) { call("header_subject", value); }
+void VXMPopulateEmail::header_message_id(const std::string& value) { call("header_message_id", value); }
+void VXMPopulateEmail::sender(const std::string& address) { call("sender", address); }
 void VXMPopulateEmail::alternative_plain(const std::string& body, const std::string& charset) {
-  call("alternative_plain", charset);
-  impl_->mail.plain = body;
-  impl_->mail.plainCharset = charset;
+  call("alternative_plain", join({body, charset}));
 }
 void VXMPopulateEmail::alternative_html(const std::string& body, const std::string& charset) {
-  call("alternative_html", charset);
-  impl_->mail.html = body;
-  impl_->mail.htmlCharset = charset;
+  call("alternative_html", join({body, charset}));
+  impl_->html = body;
 }
 
 std::string VXMPopulateEmail::add_image_inline(const std::string& path, ContentType::SubType type) {
   call("add_image_inline", join({path, std::to_string(type)}));
-  Fake::Mail& mail = impl_->mail;
-  mail.images.push_back({path, type, std::to_string(mail.number) + "." + std::to_string(mail.images.size() + 1)});
-  return mail.images.back().cid;
+  impl_->cids.push_back(std::to_string(impl_->number) + "." + std::to_string(impl_->cids.size() + 1));
+  return impl_->cids.back();
 }
 
 int VXMPopulateEmail::send_queued_not_scanned(const std::string& recipients) {
   call("send_queued_not_scanned", recipients);
-  impl_->mail.recipients = recipients;
-  Fake::locked([&] { world().queue.push_back(impl_->mail); });
+  impl_->recipients = recipients;
+  Fake::locked([&] { world().queue.push_back(*impl_); });
   return 9;
 }
 
@@ -225,7 +154,7 @@ boost::shared_ptr<VXCustomizedEmailTemplate> VXCustomizedEmailTemplate::create(i
   call("create", join({std::to_string(type), name, domain, std::to_string(reserved)}));
   const auto found = world().templates.find({domain, name});
   if (found == world().templates.end()) return {};
-  return boost::shared_ptr<VXCustomizedEmailTemplate>(new Fake::Template(found->second));
+  return boost::shared_ptr<VXCustomizedEmailTemplate>(new Template(found->second));
 }
 
 }  // namespace VlmCMsg

@@ -1,4 +1,4 @@
-// The mailboxes of the fake world. A scope selects the messages whose time lies in [a, b).
+// The mailboxes of the fake world. A scope is recorded and selects every message.
 
 #include "platform/mailbox.h"
 
@@ -11,19 +11,6 @@ using Fake::join;
 using Fake::world;
 
 namespace {
-
-class FakeHeaders : public HeaderContainer {
- public:
-  explicit FakeHeaders(const Fake::HeldMessage& message) : message_(message) {}
-  Header find(const std::string& name) const override {
-    call("find", name);
-    const auto found = message_.headers.find(name);
-    return found == message_.headers.end() ? Header() : Header(found->second);
-  }
-
- private:
-  const Fake::HeldMessage& message_;
-};
 
 class FakeEnvelope : public VXMessageEnv {
  public:
@@ -41,12 +28,13 @@ class FakeEnvelope : public VXMessageEnv {
   const Fake::HeldMessage& message_;
 };
 
-class FakeMessage : public VXMessageBase {
+/// A message, which is its own header set.
+class FakeMessage : public VXMessageBase, private HeaderContainer {
  public:
-  explicit FakeMessage(const Fake::HeldMessage& message) : message_(message), headers_(message) {}
+  explicit FakeMessage(const Fake::HeldMessage& message) : message_(message) {}
   const HeaderContainer& headers() override {
     call("headers");
-    return headers_;
+    return *this;
   }
   Ref<VXMessageEnv> envelope() override {
     call("envelope");
@@ -58,8 +46,13 @@ class FakeMessage : public VXMessageBase {
   }
 
  private:
+  Header find(const std::string& name) const override {
+    call("find", name);
+    const auto found = message_.headers.find(name);
+    return found == message_.headers.end() ? Header() : Header(found->second);
+  }
+
   const Fake::HeldMessage& message_;
-  FakeHeaders headers_;
 };
 
 class FakeMailbox : public VXMailboxBase {
@@ -67,25 +60,16 @@ class FakeMailbox : public VXMailboxBase {
   explicit FakeMailbox(const Fake::Mailbox& mailbox) : mailbox_(mailbox) {}
   ~FakeMailbox() override { Fake::note("~VXMailboxBase"); }
   bool isOpen() const override { return mailbox_.open; }
-  void setScope(const VXMScopeRef& scope) override {
-    call("setScope");
-    from_ = scope.from();
-    until_ = scope.until();
-  }
+  void setScope(const VXMScopeRef&) override { call("setScope"); }
   VXMessageRef next() override {
     call("next");
-    while (position_ < mailbox_.messages.size()) {
-      const Fake::HeldMessage& message = mailbox_.messages[position_++];
-      if (from_ <= message.time && message.time < until_) return VXMessageRef(new FakeMessage(message));
-    }
-    return {};
+    if (position_ == mailbox_.messages.size()) return {};
+    return VXMessageRef(new FakeMessage(mailbox_.messages[position_++]));
   }
 
  private:
   const Fake::Mailbox& mailbox_;
   std::size_t position_ = 0;
-  std::time_t from_ = 0;
-  std::time_t until_ = 0;
 };
 
 }  // namespace

@@ -16,29 +16,22 @@ using Fake::world;
 
 int mail_list_get_names(const char* owner, const char* list, mail_list_names* names, int reserved1, int reserved2) {
   call("mail_list_get_names", join({owner, list, std::to_string(reserved1), std::to_string(reserved2)}));
-  Fake::locked([&] {
-    const std::vector<std::string>& entries = world().lists[{owner, list}];
-    names->count = static_cast<int>(entries.size());
-    names->names = new char*[entries.size() + 1];
-    for (std::size_t i = 0; i < entries.size(); ++i) names->names[i] = ::strdup(entries[i].c_str());
-    ++world().openNameLists;
-  });
+  const std::vector<std::string>& entries = world().lists[{owner, list}];
+  names->count = static_cast<int>(entries.size());
+  names->names = new char*[entries.size() + 1];
+  for (std::size_t i = 0; i < entries.size(); ++i) names->names[i] = ::strdup(entries[i].c_str());
   return 0;
 }
 
 int mail_list_find(const char* owner, const char* list, const char* entry, int reserved) {
   call("mail_list_find", join({owner, list, entry, std::to_string(reserved)}));
-  bool found = false;
-  Fake::locked([&] {
-    const std::vector<std::string>& entries = world().lists[{owner, list}];
-    found = std::find(entries.begin(), entries.end(), entry) != entries.end();
-  });
-  return found ? 7 : 0;
+  const std::vector<std::string>& entries = world().lists[{owner, list}];
+  return std::find(entries.begin(), entries.end(), entry) == entries.end() ? 0 : 7;
 }
 
 int mail_list_delete_from(const char* owner, const char* list, const char* entry, int reserved) {
   call("mail_list_delete_from", join({owner, list, entry, std::to_string(reserved)}));
-  Fake::locked([&] { std::erase(world().lists[{owner, list}], entry); });
+  std::erase(world().lists[{owner, list}], entry);
   return 0;
 }
 
@@ -47,7 +40,6 @@ void mail_list_free_names(mail_list_names* names) noexcept {
   for (int i = 0; i < names->count; ++i) std::free(names->names[i]);
   delete[] names->names;
   *names = {};
-  Fake::locked([] { --world().openNameLists; });
 }
 
 int get_user_pref_lang(const char* address, char* buffer, int size) {

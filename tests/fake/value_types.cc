@@ -32,17 +32,6 @@ EmailAddress __wrap__ZN6Velmar12EmailAddress12rfc5322ParseERKNSt7__cxx1112basic_
   return __real__ZN6Velmar12EmailAddress12rfc5322ParseERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEb(
       text, requireDomain);
 }
-
-std::set<EmailAddress>
-__real__ZN6Velmar12EmailAddress15rfc5322ParseSetERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEbb(
-    const std::string&, bool, bool);
-std::set<EmailAddress>
-__wrap__ZN6Velmar12EmailAddress15rfc5322ParseSetERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEbb(
-    const std::string& text, bool requireDomain, bool throwOnInvalid) {
-  call("rfc5322ParseSet", join({text, requireDomain ? "true" : "false", throwOnInvalid ? "true" : "false"}));
-  return __real__ZN6Velmar12EmailAddress15rfc5322ParseSetERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEbb(
-      text, requireDomain, throwOnInvalid);
-}
 }
 #pragma GCC diagnostic pop
 // NOLINTEND

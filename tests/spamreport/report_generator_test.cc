@@ -1,7 +1,6 @@
-// The generator: from directories to addresses, and what becomes of a report that fails.
+// The generator: from directories to addresses, the links between addresses, and what becomes of a report that fails.
 
-#include <stdexcept>
-
+#include "spamreport/secondary_list.h"
 #include "tests/spamreport/report_test.h"
 
 namespace Velmar {
@@ -10,85 +9,60 @@ namespace {
 using ReportGeneratorTest = ReportTest;
 
 TEST_F(ReportGeneratorTest, TurnsDirectoriesIntoAddresses) {
-  const std::string user247(241, 'u');
-  const struct {
-    std::string path, want;
-  } rows[] = {
+  const std::string u244(244, 'u');
+  const std::pair<std::string, std::string> rows[] = {
       {"/home/d/u~d", "u@d"},
       {"XXXXXXd/u~d", "u@d"},
       {"/home/d/a~b~d", "a~b@d"},
       {"/home/d/x/u~d", "x/u@d"},
-      {"/home/d~e/u~d", "u@d"},
-      {"/home//u~d", "u@d"},
-      {"/home/d/~", "@"},
-      {"/home/d/u~", "u@"},
       {"/home/d/u@d", ""},
-      {"/home/d/", ""},
-      {"/home/d", ""},
+      {"/home/d~e", ""},
       {"/home/u~d", ""},
       {"abcdef", ""},
       {"", ""},
-      {"/home/d/" + std::string(244, 'u') + "~d", std::string(244, 'u') + "@d"},  // 254 bytes
-      {"/home/d/" + std::string(245, 'u') + "~d", ""},
+      {"/home/d/" + u244 + "~d", u244 + "@d"},  // 254 bytes
+      {"/home/d/u" + u244 + "~d", ""},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(SpamreportGenerator::convert_home_dir_to_address(row.path), row.want) << row.path;
-  for (std::size_t length = 1; length < 6; ++length)
-    EXPECT_THROW(SpamreportGenerator::convert_home_dir_to_address(std::string(length, 'x')), std::out_of_range);
+  for (const auto& [path, want] : rows) EXPECT_EQ(SpamreportGenerator::convert_home_dir_to_address(path), want) << path;
+  EXPECT_THROW(SpamreportGenerator(0, 0).process(File::Path("a")), std::out_of_range);
+  EXPECT_THROW(SpamreportGenerator(0, 0).process(File::Path("abcde")), std::out_of_range);
 }
 
-TEST_F(ReportGeneratorTest, SkipsDeletedUsersSilently) {
+TEST_F(ReportGeneratorTest, SkipsDeletedUsersSilentlyAndLogsPathsWithoutAddress) {
   world().deletedPaths = {"/home/d.example/u~d.example"};
   SpamreportGenerator(0, 0).process(File::Path("/home/d.example/u~d.example"));
-  EXPECT_THAT(world().calls, ElementsAre("vlm_is_deleted_user_path(/home/d.example/u~d.example)"));
+  SpamreportGenerator(0, 0).process(File::Path("/home/d"));
+  EXPECT_THAT(world().calls, ElementsAre("vlm_is_deleted_user_path(/home/d.example/u~d.example)",
+                                         "vlm_is_deleted_user_path(/home/d)", "Logger::log(80014,0,%s,/home/d)"));
 }
 
-TEST_F(ReportGeneratorTest, LogsPathsWithoutAddress) {
-  for (const std::string& path : {std::string("/home/d"), "/home/d/" + std::string(247, 'u')}) {
-    world().events.clear();
-    SpamreportGenerator(0, 0).process(File::Path(path));
-    EXPECT_THAT(world().events, ElementsAre(Event{0x80014, "%s", {path}}));
-  }
-  EXPECT_THROW(SpamreportGenerator(0, 0).process(File::Path("abc")), std::out_of_range);
-  EXPECT_THAT(callsOf({"mail_list"}), IsEmpty());
-}
-
-TEST_F(ReportGeneratorTest, HandsConfirmedLinksAndPeriodToTheReport) {
-  world().lists[{"u@d.example", "primaryaddr"}] = {"b@d.example", "a@d.example"};
-  for (const char* name : {"a@d.example", "b@d.example"}) world().lists[{name, "secondaryaddr"}] = {"u@d.example"};
-  SpamreportGenerator(100, kNow - 10).process(File::Path("/home/d.example/u~d.example"));
-  EXPECT_THAT(
-      callsOf({"rfc5322ParseSet", "VXMScopeRef", "send_queued"}),
-      ElementsAre("rfc5322ParseSet(b@d.example,a@d.example,true,false)",
-                  "VXMScopeRef(3," + std::to_string(kNow - 110) + "," + std::to_string(kNow - 10) + ",2147483647)",
-                  "send_queued_not_scanned(a@d.example,b@d.example)"));
-}
-
-TEST_F(ReportGeneratorTest, FailuresAreLoggedOrDroppedNeverThrown) {
-  for (const char* operation : {"mail_list_get_names", "ApsGwServerCache::find", "next", "send_queued_not_scanned"}) {
-    for (const Failure kind : {Failure::Platform, Failure::Standard, Failure::Foreign}) {
-      startAnew();
-      SpamreportGenerator generator(3600, 0);
-      failCall(operation, 1, kind);
-      generator.process(File::Path("/home/d.example/u~d.example"));
-      std::vector<Event> want;
-      if (kind == Failure::Platform)
-        want = {{0x8000b, "%s", {std::string("FakeException: call of ") + operation + " fails (Fake:1, level 4)"}}};
-      std::erase_if(world().events, [](const Event& event) { return event.code == 0x80011; });
-      EXPECT_EQ(world().events, want) << operation;
-      EXPECT_THAT(generator.failed, IsEmpty());
-      EXPECT_THAT(world().queue, IsEmpty());
-    }
-  }
-}
-
-TEST_F(ReportGeneratorTest, IgnoresTheGivenPolicy) {
+TEST_F(ReportGeneratorTest, IgnoresTheGivenPolicyAndQueuesNoFailure) {
   RefRecipientPolicy policy(true);
   policy.get()->record.antispamProfile = 77;
-  SpamreportGenerator(policy, 3600, 0).process(File::Path("/home/d.example/u~d.example"));
-  EXPECT_THAT(callsOf({"cfg_get_managed", "createProfile"}),
-              ElementsAre("cfg_get_managed_recipient_policy_with_filter(u@d.example,spamreport_filter,0,1)",
-                          "createProfileAntiSpam(5,0)"));
+  SpamreportGenerator generator(policy, 3600, 0);
+  failCall("get_user_pref_lang");
+  generator.process(File::Path("/home/d.example/u~d.example"));
+  EXPECT_THAT(callsOf({"createProfile"}), ElementsAre("createProfileAntiSpam(5,0)"));
+  EXPECT_THAT(generator.failed, IsEmpty());
+}
+
+TEST_F(ReportGeneratorTest, KeepsConfirmedLinksAndDeletesOthers) {
+  Texts& primary = world().lists[{"u@x", "primaryaddr"}];
+  primary = {"z@x", "a@x", "y@x", "c@x"};
+  world().lists[{"a@x", "secondaryaddr"}] = {"other@x", "u@x"};
+  world().lists[{"c@x", "secondaryaddr"}] = {"u@x"};
+  for (int again = 0; again < 2; ++again) {
+    EXPECT_EQ(get_secondary_list("u@x"), "a@x,c@x");
+    EXPECT_THAT(primary, ElementsAre("a@x", "c@x"));
+    EXPECT_THAT(logged(), ElementsAre("Logger::log(80013,0,%s|%s,z@x,y@x|u@x)"));
+  }
+  primary = {"z@x", "y@x"};
+  failCall("mail_list_find", 2);
+  EXPECT_THROW(get_secondary_list("u@x"), Exception);
+  EXPECT_THAT(primary, ElementsAre("y@x"));
+  world().calls.clear();
+  for (const char* address : {"", "u~x"}) EXPECT_EQ(get_secondary_list(address), "");
+  EXPECT_THAT(world().calls, IsEmpty());
 }
 
 }  // namespace

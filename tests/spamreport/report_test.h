@@ -2,31 +2,33 @@
 
 // What every test of the library starts from: a fake world in which the report of u@d.example is due, and views of it.
 
+#include <ctemplate/template_emitter.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <ctime>
 #include <list>
 #include <locale>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "include/velmar/spamreport.h"
 #include "platform/mailbox.h"
 #include "spamreport/configuration_sources.h"
+#include "spamreport/images/threaded_image_var_callback.h"
 #include "tests/fake/fake.h"
 
 namespace Velmar {
 
 using Fake::callsOf;
-using Fake::Event;
 using Fake::failCall;
 using Fake::Failure;
 using Fake::world;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
+using ::testing::Property;
+using ::testing::Throws;
 using Texts = std::vector<std::string>;
 
 /// A report whose fields a test may see and set.
@@ -36,14 +38,13 @@ class Probe : public Spamreport {
                  long until = 0, const RefRecipientPolicy& given = RefRecipientPolicy(false))
       : Spamreport(given, address, secondary, period, until) {}
 
-  using Spamreport::accessHash, Spamreport::deleteAddress, Spamreport::emailReleaseEnabled,
-      Spamreport::groupOwnerLdapProfile, Spamreport::groupOwnerOnly, Spamreport::groupOwnerOption, Spamreport::language,
-      Spamreport::messageIdValue, Spamreport::otherRecipients, Spamreport::periodEnd, Spamreport::periodSeconds,
-      Spamreport::policy, Spamreport::quarantineReportEnabled, Spamreport::queueId, Spamreport::recipient,
-      Spamreport::releaseAddress, Spamreport::reserved1, Spamreport::reserved2, Spamreport::secondaryAddresses,
-      Spamreport::sendToGroupOwner, Spamreport::sendToOthers, Spamreport::sendToRecipient, Spamreport::templateName,
-      Spamreport::useDomainTemplate, Spamreport::userGroupFlag, Spamreport::webBaseUrl, Spamreport::webHost,
-      Spamreport::webReleaseEnabled, Spamreport::whitelistSenderEnabled;
+  using Spamreport::accessHash, Spamreport::emailReleaseEnabled, Spamreport::groupOwnerLdapProfile,
+      Spamreport::groupOwnerOnly, Spamreport::groupOwnerOption, Spamreport::language, Spamreport::messageIdValue,
+      Spamreport::otherRecipients, Spamreport::periodEnd, Spamreport::periodSeconds, Spamreport::policy,
+      Spamreport::quarantineReportEnabled, Spamreport::queueId, Spamreport::recipient, Spamreport::sendToGroupOwner,
+      Spamreport::sendToOthers, Spamreport::sendToRecipient, Spamreport::templateName, Spamreport::useDomainTemplate,
+      Spamreport::userGroupFlag, Spamreport::webBaseUrl, Spamreport::webHost, Spamreport::webReleaseEnabled,
+      Spamreport::whitelistSenderEnabled;
 };
 
 class ReportTest : public ::testing::Test {
@@ -54,10 +55,7 @@ class ReportTest : public ::testing::Test {
     setTimeZone("UTC0");
     startAnew();
   }
-  void TearDown() override {
-    EXPECT_EQ(world().openQueries, 0) << "a configuration query was not ended";
-    std::locale::global(std::locale::classic());
-  }
+  void TearDown() override { EXPECT_EQ(world().openQueries, 0) << "a configuration query was not ended"; }
 
   static void setTimeZone(const char* zone) {
     setenv("TZ", zone, 1);
@@ -82,8 +80,8 @@ class ReportTest : public ::testing::Test {
     world().profiles[{5, 0}] = {true, true, true, true};
     world().mailboxes["u@d.example"].messages = {held(kNow - 60, "key1"), held(kNow - 30, "key2")};
     world().templates[{"", "site"}] = {true,
-                                       "=?utf-8?Q?S?= <s@d.example>",
-                                       "=?utf-8?Q?Held?=",
+                                       "Sender",
+                                       "Held",
                                        "env@d.example",
                                        "{{QUARANTINE_MESSAGES_COUNT}} held",
                                        "{{TITLE_LOGO:x-img-cid=TITLE_LOGO}}"};
@@ -102,35 +100,25 @@ class ReportTest : public ::testing::Test {
 
   /// The record of a message as the library makes it.
   static CachedMessage cached(const Fake::HeldMessage& message) {
-    const Fake::Mailbox before = std::exchange(world().mailboxes["scratch"], {true, {message}});
-    Ref<VXMailboxBase> mailbox = VXMailBoxRef::create("scratch", MAILBOX_OPEN_READ, VXMailBoxRef::MAILBOX_OP_NONE);
-    mailbox->setScope(VXMScopeRef(VXMScopeRef::TIME_RANGE, INT32_MIN, INT32_MAX, INT32_MAX));
-    return CachedMessage(mailbox->next());
+    world().mailboxes["scratch"] = {true, {message}};
+    return CachedMessage(VXMailBoxRef::create("scratch", MAILBOX_OPEN_READ, VXMailBoxRef::MAILBOX_OP_NONE)->next());
   }
 
-  /// A word as a template shows it through the image modifier.
-  static std::string throughModifier(const std::string& word, const std::string& image) {
-    return Fake::expand("{{W:x-img-cid=" + image + "}}", {"", {{"W", word}}, {}});
+  /// A word as the image modifier with this argument shows it.
+  static std::string throughModifier(const std::string& word, const std::string& argument) {
+    std::string out;
+    ctemplate::StringEmitter emitter(&out);
+    ThreadedImageVarCallback::cid_maker_.Modify(word.data(), word.size(), nullptr, &emitter, argument);
+    return out;
   }
 
-  static boost::shared_ptr<Fake::Template> newTemplate() {
-    return boost::shared_ptr<Fake::Template>(new Fake::Template);
-  }
-
-  /// The next records are loaded anew.
-  static void forgetSettings() { forget<CMF::RefSpamReportSettings>(); }
+  static Texts logged() { return callsOf({"Logger", "MigLogger"}); }
 
  private:
   template <class... Caches>
   static void forget() {
     ((Caches::s_instance() = {}, Caches::s_loaded = false), ...);
   }
-};
-
-/// A locale that groups decimal digits by threes; harmless to whatever formats without it.
-class Grouping : public std::numpunct<char> {
-  char do_thousands_sep() const override { return ','; }
-  std::string do_grouping() const override { return "\1"; }
 };
 
 }  // namespace Velmar
