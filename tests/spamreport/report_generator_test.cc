@@ -1,4 +1,4 @@
-// The generator: from directories to addresses, the links between addresses, and what becomes of a report that fails.
+// The generator: from directories to addresses, the links between addresses, and the list of failed reports.
 
 #include "spamreport/secondary_list.h"
 #include "tests/spamreport/report_test.h"
@@ -8,6 +8,9 @@ namespace {
 
 using ReportGeneratorTest = ReportTest;
 
+const char kPath[] = "/home/d.example/u~d.example";
+const char kError[] = "FakeException: call of ApsGwServerCache::find fails (Fake:1, level 4)";
+
 TEST_F(ReportGeneratorTest, TurnsDirectoriesIntoAddresses) {
   const std::string u244(244, 'u');
   const std::pair<std::string, std::string> rows[] = {
@@ -16,7 +19,6 @@ TEST_F(ReportGeneratorTest, TurnsDirectoriesIntoAddresses) {
       {"/home/d/a~b~d", "a~b@d"},
       {"/home/d/x/u~d", "x/u@d"},
       {"/home/d/u@d", ""},
-      {"/home/d~e", ""},
       {"/home/u~d", ""},
       {"abcdef", ""},
       {"", ""},
@@ -24,13 +26,12 @@ TEST_F(ReportGeneratorTest, TurnsDirectoriesIntoAddresses) {
       {"/home/d/u" + u244 + "~d", ""},
   };
   for (const auto& [path, want] : rows) EXPECT_EQ(SpamreportGenerator::convert_home_dir_to_address(path), want) << path;
-  EXPECT_THROW(SpamreportGenerator(0, 0).process(File::Path("a")), std::out_of_range);
   EXPECT_THROW(SpamreportGenerator(0, 0).process(File::Path("abcde")), std::out_of_range);
 }
 
 TEST_F(ReportGeneratorTest, SkipsDeletedUsersSilentlyAndLogsPathsWithoutAddress) {
-  world().deletedPaths = {"/home/d.example/u~d.example"};
-  SpamreportGenerator(0, 0).process(File::Path("/home/d.example/u~d.example"));
+  world().deletedPaths = {kPath};
+  SpamreportGenerator(0, 0).process(File::Path(kPath));
   SpamreportGenerator(0, 0).process(File::Path("/home/d"));
   EXPECT_THAT(world().calls, ElementsAre("vlm_is_deleted_user_path(/home/d.example/u~d.example)",
                                          "vlm_is_deleted_user_path(/home/d)", "Logger::log(80014,0,%s,/home/d)"));
@@ -41,7 +42,7 @@ TEST_F(ReportGeneratorTest, IgnoresTheGivenPolicyAndQueuesNoFailure) {
   policy.get()->record.antispamProfile = 77;
   SpamreportGenerator generator(policy, 3600, 0);
   failCall("get_user_pref_lang");
-  generator.process(File::Path("/home/d.example/u~d.example"));
+  generator.process(File::Path(kPath));
   EXPECT_THAT(callsOf({"createProfile"}), ElementsAre("createProfileAntiSpam(5,0)"));
   EXPECT_THAT(generator.failed, IsEmpty());
 }
@@ -63,6 +64,71 @@ TEST_F(ReportGeneratorTest, KeepsConfirmedLinksAndDeletesOthers) {
   world().calls.clear();
   for (const char* address : {"", "u~x"}) EXPECT_EQ(get_secondary_list(address), "");
   EXPECT_THAT(world().calls, IsEmpty());
+}
+
+TEST_F(ReportGeneratorTest, TriesUntilDeliveredOrOutOfTries) {
+  const struct {
+    int maxTries, failures;
+    bool deleted;
+    std::size_t wantAttempts, wantPauses;
+    int wantTries;  // -1: no longer in the list
+    const char* wantError;
+  } rows[] = {
+      {1, 0, false, 1, 0, -1, ""},    {1, 9, false, 1, 0, 1, kError}, {3, 2, false, 3, 2, -1, ""},
+      {3, 9, false, 3, 2, 3, kError}, {3, 0, true, 0, 0, 0, ""},      {0, 0, false, 0, 0, 0, ""},
+      {-1, 0, false, 0, 0, 0, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    startAnew();
+    if (row.deleted) world().deletedPaths = {kPath};
+    failCall("ApsGwServerCache::find", 1, Failure::Platform, row.failures);
+    SpamreportGenerator generator(3600, 0);
+    generator.failed.emplace_back(File::Path(kPath));
+    generator.processFailList(row.maxTries);
+
+    EXPECT_EQ(callsOf({"ApsGwServerCache::find"}).size(), row.wantAttempts);
+    EXPECT_EQ(callsOf({"sleep"}), Texts(row.wantPauses, "sleep(30)"));
+    EXPECT_EQ(callsOf({"Logger::log(8000b", "Logger::log(80015"}),
+              Texts(row.wantTries >= 0, std::string("Logger::log(80015,0,%s,") + row.wantError + ")"));
+    EXPECT_EQ(generator.failed.empty() ? -1 : generator.failed.front().tries, row.wantTries);
+  }
+  world().calls.clear();
+  SpamreportGenerator(0, 0).processFailList(5);
+  EXPECT_THAT(world().calls, IsEmpty());
+}
+
+TEST_F(ReportGeneratorTest, WorksInListOrderAndKeepsWhatFails) {
+  SpamreportGenerator generator(3600, 0);
+  for (const char* path : {"/home/x/a~x", kPath, "/home/d", "/home/x/b~x"})
+    generator.failed.emplace_back(File::Path(path));
+  generator.failed.front().error = "earlier";
+  generator.failed.front().tries = 2;
+  generator.processFailList(2);
+  EXPECT_THAT(callsOf({"Logger", "sleep"}),
+              ElementsAre("Logger::log(80011,0,%zd|%s|%s,2|u@d.example|u@d.example)", "Logger::log(80014,0,%s,/home/d)",
+                          "sleep(30)", "Logger::log(80014,0,%s,/home/d)", "Logger::log(80015,0,%s,earlier)",
+                          "Logger::log(80015,0,%s,)",
+                          "Logger::log(80015,0,%s,SpamreportException: Invalid user domain b@x "
+                          "(SpamreportGenerator:397, level 4))"));
+
+  // A later call with a higher limit tries again; another exception ends it at once and keeps the list.
+  failCall("ApsGwServerCache::find", 2, Failure::Standard);
+  world().calls.clear();
+  EXPECT_THROW(generator.processFailList(3), std::runtime_error);
+  std::vector<int> tries;
+  for (const FailReport& entry : generator.failed) tries.push_back(entry.tries);
+  EXPECT_THAT(tries, ElementsAre(3, 3, 2));
+  EXPECT_THAT(callsOf({"Logger::log(80015"}), IsEmpty());
+}
+
+TEST_F(ReportGeneratorTest, OneAttemptHasAResult) {
+  SpamreportGenerator generator(3600, 0);
+  std::string error = "before";
+  world().deletedPaths = {kPath};  // not looked at here
+  EXPECT_EQ(generator.processFail(File::Path(kPath), error), 1);
+  EXPECT_EQ(generator.processFail(File::Path("/home/d"), error), 0);
+  EXPECT_EQ(error, "before");
 }
 
 }  // namespace

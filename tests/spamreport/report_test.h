@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <ctime>
-#include <list>
 #include <locale>
 #include <stdexcept>
 #include <string>
@@ -41,10 +41,9 @@ class Probe : public Spamreport {
   using Spamreport::accessHash, Spamreport::emailReleaseEnabled, Spamreport::groupOwnerLdapProfile,
       Spamreport::groupOwnerOnly, Spamreport::groupOwnerOption, Spamreport::language, Spamreport::messageIdValue,
       Spamreport::otherRecipients, Spamreport::periodEnd, Spamreport::periodSeconds, Spamreport::policy,
-      Spamreport::quarantineReportEnabled, Spamreport::queueId, Spamreport::recipient, Spamreport::sendToGroupOwner,
-      Spamreport::sendToOthers, Spamreport::sendToRecipient, Spamreport::templateName, Spamreport::useDomainTemplate,
-      Spamreport::userGroupFlag, Spamreport::webBaseUrl, Spamreport::webHost, Spamreport::webReleaseEnabled,
-      Spamreport::whitelistSenderEnabled;
+      Spamreport::quarantineReportEnabled, Spamreport::sendToGroupOwner, Spamreport::sendToOthers,
+      Spamreport::sendToRecipient, Spamreport::templateName, Spamreport::useDomainTemplate, Spamreport::userGroupFlag,
+      Spamreport::webBaseUrl, Spamreport::webHost, Spamreport::webReleaseEnabled, Spamreport::whitelistSenderEnabled;
 };
 
 class ReportTest : public ::testing::Test {
@@ -89,9 +88,7 @@ class ReportTest : public ::testing::Test {
 
   template <std::size_t N>
   static void setText(char (&field)[N], const std::string& text) {
-    ASSERT_LT(text.size(), N);
-    text.copy(field, N);
-    field[text.size()] = '\0';
+    std::snprintf(field, N, "%s", text.c_str());
   }
 
   static Fake::HeldMessage held(std::time_t when, const std::string& key) {
