@@ -107,7 +107,7 @@ class HostTest(unittest.TestCase):
         (self.root / "home/example.org/boris~example.org/.deleted").touch()
         (self.root / "home/example.org/a,b~example.org").mkdir()
         out = self.on_host("run", "--all", "--jobs", 3, *PERIOD, want=1)
-        self.assertRegex(out, r"(?m)^FAILED +a,b@example.org  +\S")
+        self.assertRegex(out, r'(?m)^FAILED +a,b@example.org  +"a,b@example.org": not')
         self.assertRegex(out, r"(?m)^sent +chiyo@example.org +\d+ messages to chiyo@example.org$")
         self.assertEqual(self.on_host(*ONE_OF_ORG, "boris@example.org, felix@example.org"),
                          "deleted user  boris@example.org\ndisabled      felix@example.org\n"

@@ -75,7 +75,7 @@ TEST_F(LogTest, GoesWhereConfigurationAndCommandSay) {
   EXPECT_THAT(stderrOf(false, "", [] { logLines(1); }), IsEmpty());
   EXPECT_THAT(stderrOf(true, kFile, [] { logLines(1); }), ElementsAre(kLine));
   EXPECT_THAT(linesOf(root / kFile), ElementsAre(kLine));
-  for (const std::size_t wanted : {0, 1}) {
+  for (const std::size_t wanted : {0U, 1U}) {
     const auto log = [=] {
       Velmar::Host::setLogToStderr(wanted == 1);
       logLines(1);
