@@ -32,7 +32,7 @@ bool decodeBase64(std::string_view text, std::string& bytes) {
   unsigned bits = 0;
   int have = 0;  // bits in hand
   for (const char c : text) {
-    const int value = kDigitValues[static_cast<unsigned char>(c)];
+    const int value{kDigitValues[static_cast<unsigned char>(c)]};  // -1 = no digit
     if (value >= 0) {
       bits = bits << 6 | static_cast<unsigned>(value);
       have += 6;

@@ -173,7 +173,7 @@ void VXMPopulateEmail::alternative_html(const std::string& body, const std::stri
 }
 
 std::string VXMPopulateEmail::add_image_inline(const std::string& path, ContentType::SubType type) {
-  const std::string id = "img" + std::to_string(impl_->images.size() + 1) + "." + impl_->token + "@velmar";
+  std::string id = "img" + std::to_string(impl_->images.size() + 1) + "." + impl_->token + "@velmar";
   impl_->images.push_back({id, baseName(path), imageSubtype(type), readImage(path)});
   return id;
 }

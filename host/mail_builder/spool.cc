@@ -212,7 +212,7 @@ std::vector<SpoolEntry> listSpool() {
   std::vector<SpoolEntry> entries;
   for (const std::string& name : spoolNames(directory)) {
     // One that is gone by now has been handed on.
-    if (auto entry = readEntry(directory + "/" + name)) entries.push_back(std::move(*entry));
+    if (auto entry = readEntry(std::string(directory).append("/").append(name))) entries.push_back(std::move(*entry));
   }
   std::sort(entries.begin(), entries.end(), [](const SpoolEntry& a, const SpoolEntry& b) {
     return a.queuedAt != b.queuedAt ? a.queuedAt < b.queuedAt : a.id < b.id;

@@ -14,7 +14,7 @@
 namespace Velmar::Host {
 namespace {
 
-constexpr std::size_t kStep = 64 * 1024;
+constexpr std::size_t kStep = std::size_t{64} << 10;
 
 long long nanoseconds(const struct timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
 

@@ -48,8 +48,10 @@ std::string percentDecoded(std::string_view text) {
 
 void registerTextModifiers() {
   // ctemplate keeps the pointers for ever, so the objects are never destroyed.
-  static const bool kRegistered = ctemplate::AddModifier("x-mailto-to", new MailtoTo) &&
-                                  ctemplate::AddModifier("x-mailto-subject", new MailtoSubject);
+  static auto* const kTo = new MailtoTo;
+  static auto* const kSubjectOf = new MailtoSubject;
+  static const bool kRegistered =
+      ctemplate::AddModifier("x-mailto-to", kTo) && ctemplate::AddModifier("x-mailto-subject", kSubjectOf);
   static_cast<void>(kRegistered);
 }
 

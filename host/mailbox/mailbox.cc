@@ -22,7 +22,7 @@ constexpr char kQuarantine[] = "quarantine";
 // How often a scan may look where its messages have gone: someone who renames without end must not hold it up.
 constexpr int kMaxNewListings = 8;
 // Longer field values are cut: a report holds many of them at once, and shows far less of each.
-constexpr std::size_t kMaxValue = 16 * 1024;
+constexpr std::size_t kMaxValue = std::size_t{16} << 10;
 
 // A value of bounded length, cut at white space where it can be, so that no encoded word is cut.
 std::string bounded(std::string value) {

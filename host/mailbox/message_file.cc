@@ -15,7 +15,7 @@
 namespace Velmar::Host {
 namespace {
 
-constexpr std::size_t kFirstRead = 8 * 1024;
+constexpr std::size_t kFirstRead = std::size_t{8} << 10;
 constexpr std::size_t kGrowth = 4;  // so that scanning anew after each read stays linear
 constexpr int kOpenFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY;
 

@@ -11,7 +11,7 @@
 namespace Velmar::Host {
 
 /// As much of a message as is ever looked at: fields that begin beyond it do not count, one that reaches beyond is cut.
-constexpr std::size_t kHeaderCap = 1024 * 1024;
+constexpr std::size_t kHeaderCap = std::size_t{1} << 20;
 
 /// What came of opening a message.
 struct OpenedMessage {

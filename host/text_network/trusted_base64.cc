@@ -16,8 +16,8 @@
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
+#include <algorithm>
 #include <array>
-#include <cstring>
 
 #include "host/text_network/installation_secret.h"
 #include "platform/text_network.h"
@@ -107,7 +107,7 @@ int vlml_encode_trusted_base64_data(const char* text, int length, std::uint32_t 
   const auto bytes = static_cast<std::size_t>(length);
   if (encodedLength(bytes + kFrame) > static_cast<std::size_t>(size)) return -1;
   const std::string encoded = encodeTrusted(std::string_view(bytes ? text : "", bytes), key);
-  std::memcpy(out, encoded.data(), encoded.size());
+  std::copy(encoded.begin(), encoded.end(), out);  // no NUL: the caller has the length
   return static_cast<int>(encoded.size());
 } catch (const std::exception&) {
   // No secret, no memory: the caller can only leave the link out. Who wants the reason calls installationSecret().

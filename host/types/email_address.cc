@@ -14,7 +14,7 @@
 namespace Velmar {
 namespace {
 
-constexpr std::size_t kMaxText = 64 * 1024;
+constexpr std::size_t kMaxText = std::size_t{64} << 10;
 
 struct Mailbox {
   std::string local;

@@ -25,7 +25,7 @@ namespace {
 struct Mailbox {
   std::string domain;
   std::string address;
-  std::string fault = "";  ///< why it stands for a whole domain whose mailboxes could not be listed; "" = it does not
+  std::string fault{};  ///< why it stands for a whole domain whose mailboxes could not be listed; "" = it does not
 };
 
 struct Period {
