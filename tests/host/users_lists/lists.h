@@ -8,6 +8,7 @@
 #include "host/host.h"
 #include "platform/types.h"
 #include "platform/users_lists.h"
+#include "tests/support/thrown_by.h"
 
 namespace Velmar::Testing {
 
@@ -25,17 +26,6 @@ inline bool listHolds(const std::string& owner, const std::string& list, const s
 
 inline void removeEntry(const std::string& owner, const std::string& list, const std::string& entry) {
   mail_list_delete_from(owner.c_str(), list.c_str(), entry.c_str(), 0);
-}
-
-/// The text of the Exception that `operation` throws; "no error" when it throws none.
-template <class Operation>
-std::string errorOf(Operation&& operation) {
-  try {
-    operation();
-  } catch (const Exception& e) {
-    return e.text();
-  }
-  return "no error";
 }
 
 }  // namespace Velmar::Testing

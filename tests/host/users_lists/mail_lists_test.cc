@@ -61,9 +61,9 @@ TEST(MailLists, WhatNoListMayHoldIsRefusedByName) {
       {"u@d", "l", std::string("a\0b@x", 5), "list entry holds a comma or control character"},
   };
   for (const auto& c : cases) {
-    EXPECT_THAT(errorOf([&] { Host::addListEntry(c.owner, c.list, c.entry); }), HasSubstr(c.want));
+    EXPECT_THAT(thrownBy([&] { Host::addListEntry(c.owner, c.list, c.entry); }), HasSubstr(c.want));
   }
-  EXPECT_THAT(errorOf([] { mail_list_find(nullptr, "l", "e", 0); }), HasSubstr("list owner is null"));
+  EXPECT_THAT(thrownBy([] { mail_list_find(nullptr, "l", "e", 0); }), HasSubstr("list owner is null"));
   EXPECT_THROW(mail_list_get_names("o", "l", nullptr, 0, 0), Exception);
 }
 
@@ -76,14 +76,14 @@ TEST(Preferences, LanguageIsReadAsItWasSet) {
   Host::setPreferredLanguage("u@d", "zh_TW");
   Host::setPreferredLanguage("u@D", longest);
   for (const std::string& refused : {longest + "x", std::string("../de"), std::string("de\n"), std::string(1, '\0')}) {
-    EXPECT_THAT(errorOf([&] { Host::setPreferredLanguage("u@d", refused); }), HasSubstr("is no language code"));
+    EXPECT_THAT(thrownBy([&] { Host::setPreferredLanguage("u@d", refused); }), HasSubstr("is no language code"));
   }
   EXPECT_EQ(get_user_pref_lang("u@d", buffer, sizeof buffer), 0);
   EXPECT_EQ(buffer, longest) << "a refused language changes nothing";
   EXPECT_NE(get_user_pref_lang("U@d", buffer, sizeof buffer), 0);
   Host::setPreferredLanguage("u@d", "pt-BR");
   for (const int size : {5, 0, -1}) {
-    EXPECT_THAT(errorOf([&] { get_user_pref_lang("u@d", buffer, size); }), HasSubstr("\"pt-BR\" of u@d does not fit"));
+    EXPECT_THAT(thrownBy([&] { get_user_pref_lang("u@d", buffer, size); }), HasSubstr("\"pt-BR\" of u@d does not fit"));
   }
   EXPECT_EQ(buffer, longest) << "what does not fit is not written";
   EXPECT_EQ(get_user_pref_lang("u@d", buffer, 6), 0);

@@ -34,7 +34,7 @@ void expectAllFail(const std::string& want) {
       [] { Host::setPreferredLanguage("u@d", "de"); },
   };
   const auto wanted = AllOf(HasSubstr(Host::statePath()), HasSubstr(want));
-  for (const auto& operation : operations) EXPECT_THAT(errorOf(operation), wanted);
+  for (const auto& operation : operations) EXPECT_THAT(thrownBy(operation), wanted);
 }
 
 class StateStore : public ::testing::Test {
@@ -55,7 +55,7 @@ class StateStore : public ::testing::Test {
 TEST_F(StateStore, OperationWaitsForALockAndThenThrows) {
   soci::session other = otherProgram();
   other << "BEGIN IMMEDIATE";
-  EXPECT_THAT(errorOf([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr("database is locked"));
+  EXPECT_THAT(thrownBy([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr("database is locked"));
   EXPECT_TRUE(listHolds("u@d", "l", "a@x")) << "readers do not wait for the writer";
   other << "COMMIT";
   Host::dropThreadState();
@@ -140,10 +140,10 @@ TEST_F(StateStore, ProcessesAndThreadsCreateAndShareAStore) {
   for (int round = 0; round < 3; ++round) {
     const TempRoot empty;
     for (int i = 0; i < 3; ++i) {
-      if (::fork() == 0) ::_exit(errorOf([i] { workOnSharedList(i); }) == "no error" ? 0 : 1);
+      if (::fork() == 0) ::_exit(thrownBy([i] { workOnSharedList(i); }) == "nothing thrown" ? 0 : 1);
     }
-    std::thread thread([] { EXPECT_EQ(errorOf([] { workOnSharedList(3); }), "no error"); });
-    EXPECT_EQ(errorOf([] { workOnSharedList(4); }), "no error");
+    std::thread thread([] { EXPECT_EQ(thrownBy([] { workOnSharedList(3); }), "nothing thrown"); });
+    EXPECT_EQ(thrownBy([] { workOnSharedList(4); }), "nothing thrown");
     thread.join();
     for (int status = -1; ::wait(&status) > 0;) EXPECT_EQ(status, 0);
     EXPECT_EQ(namesOf("shared@d", "l").size(), 5u);

@@ -28,7 +28,7 @@ TEST(DeletedUsers, AreMarkedByAFileInTheirDirectory) {
   EXPECT_EQ(vlm_is_deleted_user_path(nullptr), 0);
   ASSERT_EQ(::chmod((root / "home/d/gone~d").c_str(), 0), 0);
   const AsOrdinaryUser user;
-  EXPECT_THAT(errorOf([] { vlm_is_deleted_user_path("/home/d/gone~d"); }),
+  EXPECT_THAT(thrownBy([] { vlm_is_deleted_user_path("/home/d/gone~d"); }),
               ::testing::HasSubstr(root / "home/d/gone~d/.deleted: Permission denied"));
 }
 
@@ -42,7 +42,7 @@ TEST(MailUserId, NamesTheQuarantineOfAnAddress) {
 }
 
 TEST(LdapUserManager, SaysThatNoProfileIsConfigured) {
-  EXPECT_EQ(errorOf([] { QRL_LdapUserManager::Instance().getGroupOwnerAddressesForUser("u@d", 7, true); }),
+  EXPECT_EQ(thrownBy([] { QRL_LdapUserManager::Instance().getGroupOwnerAddressesForUser("u@d", 7, true); }),
             "LDAP profile 7 is not configured");
 }
 
