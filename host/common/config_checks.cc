@@ -26,9 +26,43 @@ bool hasEmptyPart(std::string_view text) {
   return text.front() == '.' || text.back() == '.' || text.find("..") != std::string_view::npos;
 }
 
+// What follows the scheme of a URL; `fits` is false when the URL has another scheme.
+struct AfterScheme {
+  bool fits;
+  std::string_view rest;
+};
+
+AfterScheme afterScheme(std::string_view scheme, std::string_view url) {
+  return url.starts_with(scheme) ? AfterScheme{true, url.substr(scheme.size())} : AfterScheme{false, {}};
+}
+
+bool isPort(std::string_view text) {
+  if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string_view::npos) return false;
+  const int port = std::stoi(std::string(text));
+  return port >= 1 && port <= 65535;
+}
+
 bool isIpAddress(int family, std::string_view text) {
   unsigned char bytes[sizeof(in6_addr)];
   return inet_pton(family, std::string(text).c_str(), bytes) == 1;
+}
+
+// HOST, HOST:PORT, [IPV6] or [IPV6]:PORT.
+std::string hostAndPortFault(std::string_view text) {
+  std::string_view host = text.substr(0, text.find(':'));
+  std::string_view port = text.substr(host.size());
+  if (text.starts_with('[')) {
+    const std::size_t end = text.find(']');
+    if (end == std::string_view::npos || !isIpAddress(AF_INET6, text.substr(1, end - 1)))
+      return "holds no IPv6 address between its brackets";
+    port = text.substr(end + 1);
+  } else if (host.empty()) {
+    return "names no host";
+  } else if (const std::string fault = hostNameFault(host); !fault.empty()) {
+    return "its host " + fault;
+  }
+  if (!port.empty() && (port[0] != ':' || !isPort(port.substr(1)))) return "has no port from 1 to 65535 after its host";
+  return "";
 }
 
 }  // namespace
@@ -88,6 +122,40 @@ std::string filePathFault(std::string_view text) {
 
 std::string ipAddressFault(std::string_view text) {
   return isIpAddress(AF_INET, text) || isIpAddress(AF_INET6, text) ? "" : "is no IPv4 or IPv6 address";
+}
+
+std::string smtpUrlFault(std::string_view text) {
+  if (text.starts_with("smtps:")) return "must start with smtp://; tls = \"implicit\" begins with TLS";
+  const auto [fits, rest] = afterScheme("smtp://", text);
+  return fits ? hostAndPortFault(rest) : "must have the form smtp://HOST:PORT";
+}
+
+std::string ldapUrlFault(std::string_view text) {
+  for (const char* scheme : {"ldap://", "ldaps://"})
+    if (const auto [fits, rest] = afterScheme(scheme, text); fits) return hostAndPortFault(rest);
+  const auto [fits, path] = afterScheme("ldapi://", text);
+  if (!fits) return "must start with ldap://, ldaps:// or ldapi://";
+  return onlyLettersDigitsAnd("%-._", path) ? "" : "its path must be percent-encoded";
+}
+
+std::string stateUrlFault(std::string_view text) {
+  if (afterScheme("postgresql://", text).fits) return "";
+  const auto [fits, path] = afterScheme("sqlite://", text);
+  if (!fits) return "must start with sqlite:///PATH or postgresql://";
+  return path.empty() ? "names no file" : filePathFault(path);
+}
+
+std::string ldapAttributeFault(std::string_view text) {
+  return onlyLettersDigitsAnd("-.;", text) ? "" : "is no name of an LDAP attribute";
+}
+
+std::string ldapFilterFault(std::string_view text) {
+  return text.front() == '(' && text.back() == ')' ? "" : "is no LDAP filter: it must stand in parentheses";
+}
+
+std::string userFilterFault(std::string_view text) {
+  if (const std::string fault = ldapFilterFault(text); !fault.empty()) return fault;
+  return text.find("{address}") != std::string_view::npos ? "" : "must hold {address}, else it finds any user";
 }
 
 std::string addressListFault(std::string_view text) try {

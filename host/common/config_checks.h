@@ -41,6 +41,24 @@ std::string filePathFault(std::string_view text);
 /// An IPv4 address (dotted quad) or an IPv6 address without brackets and zone.
 std::string ipAddressFault(std::string_view text);
 
+/// "smtp://HOST[:PORT]": a host name, an IPv4 address or an IPv6 address in brackets.
+std::string smtpUrlFault(std::string_view text);
+
+/// "ldap://HOST[:PORT]", "ldaps://HOST[:PORT]" or "ldapi://PATH" with the path percent-encoded.
+std::string ldapUrlFault(std::string_view text);
+
+/// "sqlite:///PATH" or "postgresql://...".
+std::string stateUrlFault(std::string_view text);
+
+/// The name of an LDAP attribute (RFC 4512 section 1.4).
+std::string ldapAttributeFault(std::string_view text);
+
+/// An LDAP filter in parentheses (RFC 4515). Only its outer form is looked at.
+std::string ldapFilterFault(std::string_view text);
+
+/// The same with "{address}" in it.
+std::string userFilterFault(std::string_view text);
+
 /// An RFC 5322 address list with at least one address, each with its domain.
 std::string addressListFault(std::string_view text);
 

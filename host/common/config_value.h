@@ -6,9 +6,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/common/config_checks.h"
 
@@ -46,6 +48,18 @@ class ConfigValue {
     field = static_cast<Int>(integer(least, most));
   }
 
+  /// One of these words, as the value that stands beside it.
+  template <class Choice>
+  Choice choice(std::initializer_list<std::pair<std::string_view, Choice>> words) const {
+    const std::string word = text(kLongestWord, nullptr);
+    std::string known;
+    for (const auto& [name, meaning] : words) {
+      if (name == word) return meaning;
+      known.append(known.empty() ? "\"" : ", \"").append(name).append("\"");
+    }
+    refuse("must be one of " + known);
+  }
+
   /// A text of at most `most` bytes without control characters that passes `check` (null passes all).
   std::string text(std::size_t most, TextCheck check, Empty empty = Empty::kRefused) const;
 
@@ -57,6 +71,8 @@ class ConfigValue {
   }
 
  private:
+  static constexpr std::size_t kLongestWord = 64;
+
   std::int64_t integer(std::int64_t least, std::int64_t most) const;
 
   const std::string* file_;

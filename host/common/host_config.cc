@@ -22,6 +22,12 @@ constexpr std::size_t kMaxComponent = 255;
 constexpr std::size_t kMaxPath = 4095;              // PATH_MAX without the final NUL
 constexpr std::size_t kMaxAddressList = 64U << 10;  // what the address parser looks at
 constexpr int kMaxPort = 65535;
+constexpr std::size_t kMaxUrl = 2048;
+constexpr std::size_t kMaxLdapText = 1024;  // of a name or filter
+constexpr std::size_t kMaxAttribute = 128;
+constexpr int kMaxCatchUpHours = 31 * 24;
+constexpr int kMaxTimeout = 600;
+constexpr int kMaxDelay = 365 * 86400;
 
 constexpr auto kMayBeEmpty = ConfigValue::Empty::kAllowed;
 
@@ -44,6 +50,14 @@ std::uint32_t hourBits(const ConfigValue& value) {
     bits |= 1U << number;
   }
   return bits;
+}
+
+std::vector<std::string> ldapUrls(const ConfigValue& value) {
+  std::vector<std::string> urls;
+  for (const toml::node& url : value.list("must be a list of URLs"))
+    urls.push_back(value.item(url).text(kMaxUrl, ldapUrlFault));
+  if (urls.empty()) value.refuse("must name at least one server");
+  return urls;
 }
 
 vlm_ip_address parsedAddress(const std::string& text) {
@@ -73,6 +87,8 @@ constexpr Key<HostConfig> kSpamReport[] = {
      [](const ConfigValue& v, HostConfig& c) { v.text(c.spamReport.webHost, webHostFault, kMayBeEmpty); }},
     {"template", kOptional,
      [](const ConfigValue& v, HostConfig& c) { v.text(c.spamReport.templateName, pathComponentFault); }},
+    {"catch_up_hours", kOptional,
+     [](const ConfigValue& v, HostConfig& c) { v.number(c.catchUpHours, 0, kMaxCatchUpHours); }},
 };
 
 constexpr Key<HostConfig> kAntispam[] = {
@@ -102,6 +118,68 @@ constexpr Key<HostConfig> kLog[] = {
     {"stderr", kOptional, [](const ConfigValue& v, HostConfig& c) { c.log.toStderr = v.boolean(); }},
     {"file", kOptional,
      [](const ConfigValue& v, HostConfig& c) { c.log.file = v.text(kMaxPath, filePathFault, kMayBeEmpty); }},
+    {"journal", kOptional, [](const ConfigValue& v, HostConfig& c) { c.log.toJournal = v.boolean(); }},
+    {"syslog", kOptional, [](const ConfigValue& v, HostConfig& c) { c.log.toSyslog = v.boolean(); }},
+};
+
+constexpr Key<HostConfig> kQueue[] = {
+    {"kind", kOptional,
+     [](const ConfigValue& v, HostConfig& c) {
+       c.queue.kind = v.choice<QueueKind>({{"spool", QueueKind::kSpool}, {"smtp", QueueKind::kSmtp}});
+     }},
+    {"url", kOptional, [](const ConfigValue& v, HostConfig& c) { c.queue.url = v.text(kMaxUrl, smtpUrlFault); }},
+    {"tls", kOptional,
+     [](const ConfigValue& v, HostConfig& c) {
+       c.queue.tls = v.choice<SmtpTls>({{"none", SmtpTls::kNone},
+                                        {"offered", SmtpTls::kOffered},
+                                        {"required", SmtpTls::kRequired},
+                                        {"implicit", SmtpTls::kImplicit}});
+     }},
+    {"ca_file", kOptional,
+     [](const ConfigValue& v, HostConfig& c) { c.queue.caFile = v.text(kMaxPath, filePathFault, kMayBeEmpty); }},
+    {"auth_file", kOptional,
+     [](const ConfigValue& v, HostConfig& c) { c.queue.authFile = v.text(kMaxPath, filePathFault, kMayBeEmpty); }},
+    {"timeout", kOptional, [](const ConfigValue& v, HostConfig& c) { v.number(c.queue.timeout, 1, kMaxTimeout); }},
+    {"retry_first", kOptional, [](const ConfigValue& v, HostConfig& c) { v.number(c.queue.retryFirst, 1, kMaxDelay); }},
+    {"retry_longest", kOptional,
+     [](const ConfigValue& v, HostConfig& c) { v.number(c.queue.retryLongest, 1, kMaxDelay); }},
+    {"give_up_after", kOptional,
+     [](const ConfigValue& v, HostConfig& c) { v.number(c.queue.giveUpAfter, 1, kMaxDelay); }},
+    {"min_free_mib", kOptional, [](const ConfigValue& v, HostConfig& c) { v.number(c.queue.minFreeMib, 0); }},
+    {"min_free_inodes", kOptional, [](const ConfigValue& v, HostConfig& c) { v.number(c.queue.minFreeInodes, 0); }},
+};
+
+constexpr Key<HostConfig> kState[] = {
+    {"url", kOptional, [](const ConfigValue& v, HostConfig& c) { c.state.url = v.text(kMaxUrl, stateUrlFault); }},
+};
+
+constexpr Key<LdapProfileConfig> kLdapProfile[] = {
+    {"number", kRequired, [](const ConfigValue& v, LdapProfileConfig& p) { v.number(p.number, 0); }},
+    {"urls", kRequired, [](const ConfigValue& v, LdapProfileConfig& p) { p.urls = ldapUrls(v); }},
+    {"start_tls", kOptional, [](const ConfigValue& v, LdapProfileConfig& p) { p.startTls = v.boolean(); }},
+    {"ca_file", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.caFile = v.text(kMaxPath, filePathFault, kMayBeEmpty); }},
+    {"bind_dn", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.bindDn = v.text(kMaxLdapText, nullptr, kMayBeEmpty); }},
+    {"password_file", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.passwordFile = v.text(kMaxPath, filePathFault, kMayBeEmpty); }},
+    {"user_base", kRequired,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.userBase = v.text(kMaxLdapText, nullptr); }},
+    {"user_filter", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.userFilter = v.text(kMaxLdapText, userFilterFault); }},
+    {"group_base", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.groupBase = v.text(kMaxLdapText, nullptr, kMayBeEmpty); }},
+    {"group_filter", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.groupFilter = v.text(kMaxLdapText, ldapFilterFault); }},
+    {"member_attribute", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.memberAttribute = v.text(kMaxAttribute, ldapAttributeFault); }},
+    {"owner_attribute", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.ownerAttribute = v.text(kMaxAttribute, ldapAttributeFault); }},
+    {"mail_attribute", kOptional,
+     [](const ConfigValue& v, LdapProfileConfig& p) { p.mailAttribute = v.text(kMaxAttribute, ldapAttributeFault); }},
+    {"nested_groups", kOptional, [](const ConfigValue& v, LdapProfileConfig& p) { p.nestedGroups = v.boolean(); }},
+    {"nested_depth", kOptional, [](const ConfigValue& v, LdapProfileConfig& p) { v.number(p.nestedDepth, 1, 64); }},
+    {"timeout", kOptional, [](const ConfigValue& v, LdapProfileConfig& p) { v.number(p.timeout, 1, kMaxTimeout); }},
 };
 
 constexpr Key<__aps_interface> kInterface[] = {
@@ -236,11 +314,14 @@ constexpr Section kSections[] = {
     {"remote_storage", readOne<kRemoteStorage>, nameKeys<kRemoteStorage>},
     {"mail_server", readOne<kMailServer>, nameKeys<kMailServer>},
     {"log", readOne<kLog>, nameKeys<kLog>},
+    {"queue", readOne<kQueue>, nameKeys<kQueue>},
+    {"state", readOne<kState>, nameKeys<kState>},
     {"interface", readEach<kInterface, &HostConfig::interfaces>, nameKeys<kInterface>},
     {"domain", readEach<kDomain, &HostConfig::domains>, nameKeys<kDomain>},
     {"recipient_policy", readEach<kRecipientPolicy, &HostConfig::policies>, nameKeys<kRecipientPolicy>},
     {"user_group", readEach<kUserGroup, &HostConfig::userGroups>, nameKeys<kUserGroup>},
     {"antispam_profile", readEach<kAntispamProfile, &HostConfig::profiles>, nameKeys<kAntispamProfile>},
+    {"ldap_profile", readEach<kLdapProfile, &HostConfig::ldapProfiles>, nameKeys<kLdapProfile>},
 };
 
 void readSections(const std::string& file, const toml::table& root, HostConfig& config) {
@@ -286,6 +367,9 @@ void checkDomain(const Entries& entries, std::size_t place, const HostConfig& co
   for (const auto& [key, needs] : kDomainNeeds)
     if (entries.table(place)[key].value_or(false) && !entries.table(place).contains(needs))
       entries.refuseMissing(place, needs, "is required with " + std::string(key));
+  if (config.domains[place].record->sendToGroupOwner &&
+      config.ldapProfilePlaces.count(config.domains[place].record->groupOwnerLdapProfile) == 0)
+    entries.value(place, "ldap_profile").refuse("is no configured LDAP profile");
   const std::string& mainName = config.domains[place].mainDomain;
   if (mainName.empty()) return;
   const DomainConfig* mainDomain = config.findDomain(mainName);
@@ -312,7 +396,31 @@ void checkPolicies(const Entries& entries, HostConfig& config) {
   }
 }
 
+void checkLdapProfiles(const Entries& entries, HostConfig& config) {
+  for (std::size_t i = 0; i < config.ldapProfiles.size(); ++i) {
+    const LdapProfileConfig& profile = config.ldapProfiles[i];
+    entries.index(i, "number", config.ldapProfilePlaces, profile.number);
+    const auto isTls = [](const std::string& url) { return url.starts_with("ldaps:"); };
+    if (profile.startTls && std::any_of(profile.urls.begin(), profile.urls.end(), isTls))
+      entries.value(i, "start_tls").refuse("cannot be used with an ldaps URL, which begins with TLS");
+    if (!profile.bindDn.empty() && profile.passwordFile.empty())
+      entries.refuseMissing(i, "password_file", "is required with bind_dn");
+  }
+}
+
+void checkQueue(const std::string& file, const toml::table& root, const QueueConfig& queue) {
+  const auto refuse = [&](const char* key, std::string_view reason) {
+    const std::string name = joined("queue", key);
+    if (const toml::node* node = root["queue"][key].node()) ConfigValue(file, name, *node).refuse(reason);
+    refuseConfig(file, root["queue"].node()->source().begin.line, name, kMissing, reason);
+  };
+  if (queue.kind == QueueKind::kSmtp && queue.url.empty()) refuse("url", "is required with kind = \"smtp\"");
+  if (queue.retryLongest < queue.retryFirst) refuse("retry_longest", "must not be less than retry_first");
+}
+
 void checkWhole(const std::string& file, const toml::table& root, HostConfig& config) {
+  checkQueue(file, root, config.queue);
+  checkLdapProfiles({file, root, "ldap_profile"}, config);
   checkDomains({file, root, "domain"}, config);
   const Entries groups(file, root, "user_group");
   for (std::size_t i = 0; i < config.userGroups.size(); ++i)

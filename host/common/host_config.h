@@ -45,6 +45,50 @@ struct ProfileConfig {
 struct LogConfig {
   bool toStderr = true;
   std::string file;  ///< path of the system, below the root; "" = no file
+  bool toJournal = false;
+  bool toSyslog = false;
+};
+
+enum class QueueKind { kSpool, kSmtp };
+enum class SmtpTls { kNone, kOffered, kRequired, kImplicit };
+
+/// What becomes of the mails in the spool. Times are seconds.
+struct QueueConfig {
+  QueueKind kind = QueueKind::kSpool;  ///< kSpool leaves them there
+  std::string url;                     ///< "smtp://HOST[:PORT]"; set when kind is kSmtp
+  SmtpTls tls = SmtpTls::kNone;
+  std::string caFile;    ///< path of the system, below the root; "" = the system's certificates
+  std::string authFile;  ///< the same; user in the first line, password in the second; "" = no AUTH
+  int timeout = 60;      ///< longest wait for the server's next step
+  int retryFirst = 300;
+  int retryLongest = 4000;
+  int giveUpAfter = 432000;
+  int minFreeMib = 64;       ///< free space that must remain for a mail to be accepted
+  int minFreeInodes = 1000;  ///< the same for files
+};
+
+struct StateConfig {
+  std::string url = "sqlite:///var/lib/velmar/state.db";  ///< or "postgresql://..." as libpq takes it
+};
+
+/// A directory server and how its users and groups are found. Times are seconds.
+struct LdapProfileConfig {
+  std::int32_t number = 0;
+  std::vector<std::string> urls;  ///< "ldap://", "ldaps://" or "ldapi://", tried in this order
+  bool startTls = false;
+  std::string caFile;        ///< path of the system, below the root; "" = the system's certificates
+  std::string bindDn;        ///< "" = anonymous
+  std::string passwordFile;  ///< as caFile; its first line is the password
+  std::string userBase;
+  std::string userFilter = "(mail={address})";  ///< "{address}" stands for the escaped address
+  std::string groupBase;                        ///< "" = userBase
+  std::string groupFilter = "(objectClass=*)";  ///< what else must hold for a group
+  std::string memberAttribute = "member";
+  std::string ownerAttribute = "owner";
+  std::string mailAttribute = "mail";
+  bool nestedGroups = false;
+  int nestedDepth = 8;  ///< how many groups up a user's own group is followed
+  int timeout = 5;      ///< for connecting, TLS, bind and each search
 };
 
 /// The whole configuration; never changes after it is loaded.
@@ -65,12 +109,17 @@ struct HostConfig {
   std::vector<DomainConfig> domains;
   std::vector<PolicyConfig> policies;
   std::vector<ProfileConfig> profiles;
+  std::vector<LdapProfileConfig> ldapProfiles;
   LogConfig log;
+  QueueConfig queue;
+  StateConfig state;
+  int catchUpHours = 72;  ///< how far back a scheduled run makes up for missed ones
 
   // Where each one stands in the lists above.
   std::unordered_map<std::string, std::size_t> domainPlaces;
   std::unordered_map<std::uint32_t, std::size_t> userGroupPlaces;
   std::map<std::pair<std::uint32_t, std::int32_t>, std::size_t> profilePlaces;  ///< by (domain, number)
+  std::unordered_map<std::int32_t, std::size_t> ldapProfilePlaces;
 
   /// The domain of this name, without regard to ASCII case; null when there is none.
   VLM_EXPORT const DomainConfig* findDomain(std::string_view name) const;

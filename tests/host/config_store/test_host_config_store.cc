@@ -39,6 +39,7 @@ recipient_policy = [
 user_group = [{number = 3, flag = 0x80000000}]
 antispam_profile = [{number = 1, quarantine_report = true}, {number = 1, domain = 5, email_release = true},
   {number = 2, web_release = true, whitelist_sender = true}]
+ldap_profile = [{number = 7, urls = ["ldap://h"], user_base = "o=x"}]
 [[domain]]
 name = "Example.ORG"
 send_to_recipient = false
