@@ -4,6 +4,8 @@
 
 #include <array>
 #include <functional>
+#include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -109,5 +111,51 @@ VLM_EXPORT std::vector<std::pair<std::string, std::string>> listEntries(const st
 
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);
+
+/// Looks whether the state store can be read and written; makes it when it is missing. Returns its name: a path, or a
+/// URL without password and parameters. Throws Exception with the reason.
+VLM_EXPORT std::string checkState();
+
+class RunHold;
+
+/// The right to make the scheduled reports: at most one run at a time holds it on all hosts that share the state store.
+/// It ends with the object or the process.
+class VLM_EXPORT ScheduledRunLock {
+ public:
+  /// Null when another run holds it. Throws Exception when it could not look.
+  static std::unique_ptr<ScheduledRunLock> tryAcquire();
+
+  ScheduledRunLock(const ScheduledRunLock&) = delete;
+  ScheduledRunLock& operator=(const ScheduledRunLock&) = delete;
+  ~ScheduledRunLock();
+
+  /// Throws Exception when the right was lost meanwhile, as when the connection to a database server broke: another
+  /// run may have it then. Not from two threads at once.
+  void confirm();
+
+ private:
+  explicit ScheduledRunLock(std::unique_ptr<RunHold> hold);
+
+  std::unique_ptr<RunHold> hold_;
+};
+
+/// Where the reports of a domain stand. Times are seconds since the epoch.
+struct ReportedUntil {
+  long long domain = 0;  ///< end of the last period that was reported for the whole domain; 0 = none yet
+  /// Mailboxes that stand elsewhere: ahead (a run was broken off after them) or behind (their report failed).
+  /// By address, its domain in ASCII lower case.
+  std::map<std::string, long long> mailboxes;
+};
+
+/// What is noted for a domain, whose name counts without regard to ASCII case. Throws Exception when it could not look.
+VLM_EXPORT ReportedUntil reportedUntil(const std::string& domain);
+
+/// Notes that one mailbox has got its report up to `until`, while the run over the domain goes on. Throws Exception.
+VLM_EXPORT void setMailboxReportedUntil(const std::string& domain, const std::string& address, long long until);
+
+/// Ends the run over a domain: it now stands at `until`, except for the mailboxes in `behind`. All at once or, with an
+/// Exception, not at all; what was noted for single mailboxes before is forgotten.
+VLM_EXPORT void setDomainReportedUntil(const std::string& domain, long long until,
+                                       const std::map<std::string, long long>& behind);
 
 }  // namespace Velmar::Host
