@@ -99,6 +99,17 @@ VLM_EXPORT void checkSecret();
 /// Names of the configured domains, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<std::string> configuredDomains();
 
+/// How far back scheduled reports make up for missed ones, in hours. Throws Exception when the configuration cannot be
+/// read.
+VLM_EXPORT int catchUpHours();
+
+/// Whether a domain has a directory for mailboxes. Throws Exception when it could not look.
+VLM_EXPORT bool domainDirectoryExists(const std::string& domain);
+
+/// Whether the mailbox of a bare address exists on disk, also that of a deleted user. Throws Exception when it could
+/// not look, or when the address cannot name a mailbox.
+VLM_EXPORT bool mailboxExists(const std::string& address);
+
 /// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.
 /// Throws Exception when the domain's directory cannot be listed; a missing one is empty.
 VLM_EXPORT std::vector<std::string> mailboxesOfDomain(const std::string& domain);
