@@ -66,19 +66,32 @@ void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
       ->type_name("TIME");
 }
 
+void addScheduled(CLI::App& run, RunOptions& options) {
+  run.add_option("--now", options.now, "With --scheduled: act as if it were TIME, which has\npassed; 0 = now (default)")
+      ->type_name("TIME");
+  run.add_flag("--afresh", options.afresh,
+               "With --scheduled: forget how far mailboxes were\nreported; only the last period is");
+}
+
 void addRun(CLI::App& app, Request& request) {
-  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some or all mailboxes",
-                             [&request] { return Tool::run(request.run); });
+  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some or all mailboxes", [&request] {
+    request.run.verbose = request.common.verbose;
+    return Tool::run(request.run);
+  });
   run->preparse_callback([&request](std::size_t) { request.logAsConfigured = true; });
   run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")->type_name("DOMAIN");
   run->add_option("--recipients", request.run.recipients,
                   "Addresses of the mailboxes, separated by commas\n(default: all of the domain)")
       ->type_name("LIST");
   run->add_flag("--all", request.run.all, "All mailboxes of all configured domains");
+  run->add_flag("--scheduled", request.run.scheduled,
+                "What the schedule makes due and was not reported yet;\nfor a timer, every few minutes");
   run->add_option("--jobs", request.run.jobs, "Reports that are made at once, 1 to 256 (default: 1)")
       ->type_name("N")
       ->check(unnamed(CLI::Range(1, 256)));
   addPeriod(*run, request.run.period, request.run.until);
+  addScheduled(*run, request.run);
+  run->add_flag("--json", request.run.json, "Write what came of each mailbox as JSON");
   addCommon(*run, request.common);
 }
 
