@@ -43,10 +43,10 @@ RunResult ofWholeDomain(const std::string& domain, Outcome outcome) {
 
 Outcome noDirectory() { return {OutcomeKind::kNoDomain, "it has no directory below /home, and so no mailboxes"}; }
 
-std::string resultTable(const std::vector<RunResult>& results, bool onlyFailures) {
+std::string resultTable(const std::vector<RunResult>& results, bool onlyTrouble) {
   std::vector<std::vector<std::string>> rows;
   for (const auto& [task, outcome] : results) {
-    if (onlyFailures && !isFailure(outcome)) continue;
+    if (onlyTrouble && !isFailure(outcome) && outcome.kind != OutcomeKind::kNoDomain) continue;
     rows.push_back({kindText(outcome.kind), task.mailbox.address, outcome.detail});
   }
   return alignedTable(rows) + summaryOf(outcomesOf(results)) + "\n";

@@ -29,8 +29,9 @@ RunResult ofWholeDomain(const std::string& domain, Outcome outcome);
 /// The outcome of a domain that should have a directory for mailboxes and has none.
 Outcome noDirectory();
 
-/// One line a mailbox and one that counts them. onlyFailures  the lines of what went well are left out
-std::string resultTable(const std::vector<RunResult>& results, bool onlyFailures);
+/// One line a mailbox and one that counts them.
+/// onlyTrouble  lines only for what failed and for domains without a directory
+std::string resultTable(const std::vector<RunResult>& results, bool onlyTrouble);
 
 /// One JSON object with a line feed at its end; spamreport(1) describes its members.
 std::string resultJson(const std::vector<RunResult>& results);
