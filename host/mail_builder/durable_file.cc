@@ -43,6 +43,15 @@ void syncNew(const std::string& base, const std::string& path) {
   }
 }
 
+/// Only root may give files away.
+void giveToOwnerOf(const std::string& base, const Descriptor& file, const std::string& path) {
+  if (::geteuid() != 0) return;
+  struct stat owner {};
+  if (::stat(base.c_str(), &owner) != 0 || ::fchown(file.get(), owner.st_uid, owner.st_gid) != 0) {
+    throw failed(path, "given to its owner", errno);
+  }
+}
+
 /// A new file in tmp/ under a name of its own, locked; removed unless it has gone to its place.
 class TemporaryFile {
  public:
@@ -50,6 +59,7 @@ class TemporaryFile {
     // A sweep that comes between making and locking takes the file for a dead process's.
     do open(base + "/tmp/" + name + "." + randomToken(8));
     while (!tryLock(file_, path_) || statusOf(file_, path_).st_nlink == 0);
+    giveToOwnerOf(base, file_, path_);
   }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -84,15 +94,6 @@ bool renameToNew(const std::string& from, const std::string& to) {
   return ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
 }
 
-/// Who may not give files away keeps them: they are still as readable as the directory's group makes them.
-void giveToOwnerOf(const Descriptor& like, const Descriptor& file, const std::string& path) {
-  const struct stat wanted = statusOf(like, path);
-  const struct stat is = statusOf(file, path);
-  if (wanted.st_uid == is.st_uid && wanted.st_gid == is.st_gid) return;
-  if (::fchown(file.get(), wanted.st_uid, wanted.st_gid) != 0 && errno != EPERM)
-    throw failed(path, "given away", errno);
-}
-
 }  // namespace
 
 bool createUnnamed(const std::string& base, const std::string& name, std::string_view bytes) {
@@ -104,6 +105,7 @@ bool createUnnamed(const std::string& base, const std::string& name, std::string
   }
   const std::string link = "/proc/self/fd/" + std::to_string(file.get());
   if (::access(link.c_str(), F_OK) != 0) return false;
+  giveToOwnerOf(base, file, path);
   writeAndSync(file, bytes, path);
   if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
     throw failed(path, "made", errno);
@@ -126,10 +128,9 @@ void createDurably(const std::string& base, const std::string& name, std::string
 }
 
 Descriptor replaceDurably(const std::string& base, const std::string& place, const std::string& name,
-                          std::string_view bytes, const Descriptor& like) {
+                          std::string_view bytes) {
   const std::string path = base + "/" + place + "/" + name;
   TemporaryFile temporary(base, name);
-  if (like.isOpen()) giveToOwnerOf(like, temporary.file(), temporary.path());
   writeAndSync(temporary.file(), bytes, temporary.path());
   if (::rename(temporary.path().c_str(), path.c_str()) != 0) throw failed(path, "made", errno);
   Descriptor file = temporary.moved();
@@ -149,6 +150,14 @@ void removeDurably(const std::string& base, const std::string& place, const std:
   const std::string path = base + "/" + place + "/" + name;
   if (::unlink(path.c_str()) != 0) throw failed(path, "removed", errno);
   syncDirectory(base + "/" + place);
+}
+
+void giveToOwner(const std::string& base, const std::string& name) {
+  if (::geteuid() != 0) return;
+  const std::string path = base + "/" + name;
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!file.isOpen()) throw failed(path, "opened", errno);
+  giveToOwnerOf(base, file, path);
 }
 
 void sweepTemporary(const std::string& base) {

@@ -2,8 +2,9 @@
 
 // Files that are either there, whole and safe from a crash, or not there at all.
 //
-// All work in a base directory with tmp/ and other directories in it. Files in tmp/ are locked by who writes them.
-// All throw Exception naming path and reason. Any number of threads and processes.
+// All work in a base directory with tmp/ and other directories in it. Files in tmp/ are locked by who writes them. New
+// files belong to the owner of the base directory when root makes them: what an administrator does by hand must not
+// lock out the service. All throw Exception naming path and reason. Any number of threads and processes.
 
 #include <string>
 #include <string_view>
@@ -26,15 +27,17 @@ void createByRename(const std::string& base, const std::string& name, std::strin
 
 /// Puts a file with these bytes under `base`/`place`/`name`, over the one that may be there: at every instant the name
 /// stands for one of the two. Returns the new file, locked.
-/// like  the new file gets the owner of this one, as far as the process may give files away; may be closed
 Descriptor replaceDurably(const std::string& base, const std::string& place, const std::string& name,
-                          std::string_view bytes, const Descriptor& like);
+                          std::string_view bytes);
 
 /// Moves a file from one place below `base` to another, never over one that is there.
 void moveDurably(const std::string& base, const std::string& from, const std::string& to, const std::string& name);
 
 /// Removes `base`/`place`/`name`.
 void removeDurably(const std::string& base, const std::string& place, const std::string& name);
+
+/// Gives what is at `base`/`name` to the owner of `base`, when root asks; nothing otherwise.
+void giveToOwner(const std::string& base, const std::string& name);
 
 /// Removes what dead processes have left in `base`/tmp.
 void sweepTemporary(const std::string& base);

@@ -23,10 +23,13 @@ namespace Velmar::Host {
 namespace {
 
 constexpr std::string_view kSpool = "/var/spool/velmar";
-constexpr const char* kPlaces[] = {"/tmp", "/new", "/failed"};
+constexpr const char* kPlaces[] = {"tmp", "new", "failed"};
 
 void makePlaces() {
-  for (const char* place : kPlaces) makeDirectories(std::string(kSpool) + place);
+  for (const char* place : kPlaces) {
+    makeDirectories(std::string(kSpool) + "/" + place);
+    giveToOwner(spoolPath(), place);
+  }
 }
 
 /// The front of a file up to the end of its envelope, or as much as an envelope may have.
@@ -84,7 +87,7 @@ std::string spoolPath(SpoolState state, const std::string& id) {
 void checkSpool() {
   makePlaces();
   for (const char* place : kPlaces) {
-    const std::string path = spoolPath() + place;
+    const std::string path = spoolPath() + "/" + place;
     if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
       throw spoolFault(path, errorText(errno));
     }

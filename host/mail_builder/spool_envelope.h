@@ -29,7 +29,8 @@ struct SpoolEnvelope {
   std::size_t mailStart = 0;  ///< place of the mail's first byte
 };
 
-/// Size of the longest envelope that is read, in bytes; and of the longest of a new mail, which leaves room for replies.
+/// Size of the longest envelope that is read, in bytes; and of the longest of a new mail, which leaves room for
+/// replies.
 constexpr std::size_t kMaxEnvelope = std::size_t{4} << 20;
 constexpr std::size_t kMaxNewEnvelope = kMaxEnvelope - (std::size_t{64} << 10);
 

@@ -28,7 +28,7 @@ ClaimResult QueueClaim::take() {
 SpoolMail QueueClaim::read() const { return readSpoolFile(file_, place_, path()); }
 
 void QueueClaim::rewrite(const SpoolEntry& entry, const std::string& content) {
-  file_ = replaceDurably(spoolPath(), spoolPlace(place_), id_, spoolEnvelopeText(entry).append(content), file_);
+  file_ = replaceDurably(spoolPath(), spoolPlace(place_), id_, spoolEnvelopeText(entry).append(content));
 }
 
 void QueueClaim::moveTo(SpoolState place) {

@@ -40,7 +40,7 @@ void extendHold(const QueueHold& before, const std::string& reason, const QueueC
   const int failures = std::min(before.failures, kMostFailures) + 1;
   const long long until = now + retryDelay(config, failures);
   const std::string text = std::to_string(failures) + " " + std::to_string(until) + " " + printable(reason) + "\n";
-  replaceDurably(spoolPath(), ".", "hold", text, Descriptor());
+  replaceDurably(spoolPath(), ".", "hold", text);
 }
 
 void liftHold() {

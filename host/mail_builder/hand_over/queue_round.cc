@@ -40,8 +40,7 @@ bool nameIsFree(const std::string& path) {
 /// Keeps what failed of a mail under an id of its own.
 void storeFailedPart(SpoolEntry part, const std::string& content) {
   part.id += "-" + randomToken(4);
-  replaceDurably(spoolPath(), spoolPlace(SpoolState::kFailed), part.id, spoolEnvelopeText(part).append(content),
-                 Descriptor());
+  replaceDurably(spoolPath(), spoolPlace(SpoolState::kFailed), part.id, spoolEnvelopeText(part).append(content));
 }
 
 /// Brings the spool to what became of the mail. What failed is stored before it is taken from the waiting file.

@@ -288,6 +288,23 @@ TEST_F(QueueTest, OnlyWhatDeadProcessesLeftIsSweptAway) {
   EXPECT_TRUE(fs::exists(root / "var/spool/velmar/tmp/alive"));
 }
 
+TEST_F(QueueTest, WhatRootDoesByHandBelongsToTheOwnerOfTheSpool) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root may give files away";
+  constexpr uid_t kService = 65534;
+  root.makeDirectory("var/spool/velmar");
+  ASSERT_EQ(::chown((root / "var/spool/velmar").c_str(), kService, kService), 0);
+  for (const char* id : {"1", "2", "3"}) queue(id, {id[0] == '3' ? "u" : "t", "p"});
+  flush();
+  EXPECT_EQ(Host::listSpool().size(), 6U);
+  EXPECT_GT(Host::queueHold().failures, 0);
+  for (const auto& entry : fs::recursive_directory_iterator(root / "var/spool/velmar")) {
+    struct stat status {};
+    ASSERT_EQ(::lstat(entry.path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, kService) << entry.path();
+    EXPECT_EQ(status.st_gid, kService) << entry.path();
+  }
+}
+
 TEST_F(QueueTest, AFullDiskRefusesNewMails) {
   Host::QueuedMail mail;
   mail.id = "m";
