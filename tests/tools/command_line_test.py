@@ -14,7 +14,7 @@ from pathlib import Path
 
 COMMAND = os.environ["SPAMREPORT"]
 COMMANDS = ["run", "preview", "check", "lists show", "lists add", "lists remove", "prefs show", "prefs set", "queue list",
-            "queue show", "demo", "events"]
+            "queue show", "queue retry", "queue drop", "queue flush", "demo", "events"]
 PERIOD = ["--period", 86400]
 ONE_OF_ORG = ["run", "--domain", "EXAMPLE.org", *PERIOD, "--recipients"]
 

@@ -63,6 +63,9 @@ int setLanguage(const std::string& address, const std::string& language);
 
 int listQueue();
 int showQueued(const std::string& id);
+int retryQueue(const std::string& id, bool all);
+int dropFromQueue(const std::string& id);
+int flushQueue(bool evenIfNotDue);
 
 int demo(const std::string& directory);
 

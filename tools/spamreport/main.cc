@@ -31,6 +31,8 @@ struct Request {
   std::string key;
   std::string value;
   std::string id;
+  bool all = false;
+  bool evenIfNotDue = false;
   std::string directory;
   std::function<int()> action;
   bool logAsConfigured = false;  ///< else events reach stderr only when asked for: the command says what matters itself
@@ -147,13 +149,23 @@ void addPrefs(CLI::App& app, Request& request) {
 }
 
 void addQueue(CLI::App& app, Request& request) {
-  CLI::App* queue = app.add_subcommand("queue", "Show the mails that wait to be handed on");
-  addCommon(*addCommand(*queue, request, "list", "List what waits, oldest first", [] { return listQueue(); }),
-            request.common);
+  CLI::App* queue = app.add_subcommand("queue", "Show and hand on the mails that wait in the spool");
+  CLI::App* list = addCommand(*queue, request, "list", "List what waits and what has failed, oldest first",
+                              [] { return listQueue(); });
   CLI::App* show = addCommand(*queue, request, "show", "Write a whole mail to standard output",
                               [&request] { return showQueued(request.id); });
-  show->add_option("ID", request.id, "Queue id, as queue list shows it")->required();
-  addCommon(*show, request.common);
+  CLI::App* retry = addCommand(*queue, request, "retry", "Make a failed or waiting mail due at once",
+                               [&request] { return retryQueue(request.id, request.all); });
+  CLI::App* drop = addCommand(*queue, request, "drop", "Remove a mail for good, without asking",
+                              [&request] { return dropFromQueue(request.id); });
+  CLI::App* flush = addCommand(*queue, request, "flush", "Hand on what is due to the mail server",
+                               [&request] { return flushQueue(request.evenIfNotDue); });
+  for (CLI::App* command : {show, retry, drop}) {
+    command->add_option("ID", request.id, "Queue id, as queue list shows it")->required(command != retry);
+  }
+  retry->add_flag("--all", request.all, "All mails, the failed and the waiting ones");
+  flush->add_flag("--now", request.evenIfNotDue, "Also what is not due yet, even if the server was\nunusable just now");
+  for (CLI::App* command : {list, show, retry, drop, flush}) addCommon(*command, request.common);
 }
 
 void addDemo(CLI::App& app, Request& request) {
