@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "host/common/host_config.h"
 #include "host/mail_builder/spool.h"
 
 namespace Velmar::Host {
@@ -31,7 +32,8 @@ void acceptMail(const QueuedMail& mail) {
     sink = currentSink;
   }
   if (sink) return (*sink)(mail);
-  writeToSpool(mail);
+  const QueueConfig& config = hostConfig().queue;
+  writeToSpool(mail, {config.minFreeMib, config.minFreeInodes});
 }
 
 }  // namespace Velmar::Host

@@ -2,6 +2,7 @@
 
 #include "tools/spamreport/checks.h"
 
+#include <algorithm>
 #include <array>
 #include <boost/shared_ptr.hpp>
 #include <ctime>
@@ -103,10 +104,21 @@ std::string lookAtStateStore() {
 
 std::string lookAtSpool() {
   Host::checkSpool();
-  const std::vector<Host::SpoolEntry> entries = Host::listSpool();
-  if (entries.empty()) return "empty";
-  const std::string oldest = durationText(static_cast<std::int64_t>(std::time(nullptr)) - entries.front().queuedAt);
-  return counted(entries.size(), "mail waits", "mails wait") + ", the oldest for " + oldest;
+  std::size_t waiting = 0;
+  std::size_t failed = 0;
+  long long oldest = std::time(nullptr);
+  for (const Host::SpoolEntry& entry : Host::listSpool()) {
+    if (entry.state == Host::SpoolState::kUnreadable) throw std::runtime_error(entry.lastReply);
+    if (entry.state == Host::SpoolState::kWaiting) {
+      ++waiting;
+      oldest = std::min(oldest, entry.queuedAt);
+    } else {
+      ++failed;
+    }
+  }
+  if (waiting + failed == 0) return "empty";
+  return counted(waiting, "mail waits", "mails wait") + ", the oldest for " +
+         durationText(std::time(nullptr) - oldest) + "; " + counted(failed, "has", "have") + " failed";
 }
 
 std::string lookAtSecret() {
