@@ -3,11 +3,10 @@
 Real servers run as root in a directory of their own, on a loopback port of their own, and end with the test.
 """
 
-import os
 import smtplib
-import socket
 import stat
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -15,9 +14,11 @@ from pathlib import Path
 
 from host import SHARE, Host
 
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "support"))
+from postfix import Postfix, can_run, free_port  # noqa: E402
+
 EXAMPLES = SHARE / "examples"
 OWNER, GROUP = "nobody", "nogroup"  # who delivers, and the group that may read the quarantine
-MASTER = Path("/usr/lib/postfix/sbin/master")
 
 DOVECOT = """
 base_dir = {dir}/run
@@ -47,35 +48,6 @@ plugin {{
 }}
 """
 
-MAIN = """
-compatibility_level = 3.6
-queue_directory = {dir}/queue
-data_directory = {dir}/data
-maillog_file = {dir}/log
-maillog_file_prefixes = {dir}
-inet_interfaces = 127.0.0.1
-inet_protocols = ipv4
-myhostname = mail.example.org
-mydestination =
-local_recipient_maps =
-alias_maps =
-relay_domains = example.org
-relay_transport = hold
-header_checks = regexp:{dir}/header_checks
-hold_destination_recipient_limit = 1
-export_environment = TZ MAIL_CONFIG LANG VELMAR_ROOT={root}
-"""
-MASTER_CF = """
-127.0.0.1:{inbound} inet n - n - - smtpd
-cleanup unix n - n - 0 cleanup
-qmgr unix n - n 300 1 qmgr
-rewrite unix - - n - - trivial-rewrite
-bounce unix - - n - 0 bounce
-defer unix - - n - 0 bounce
-anvil unix - - n - 1 anvil
-postlog unix-dgram n - n - 1 postlogd
-"""
-
 
 def mail(subject, *header):
     lines = ["From: Far <far@elsewhere.example>", "To: anna@example.org", "Subject: " + subject,
@@ -93,13 +65,7 @@ def wait_for(what, seconds=8):
     return result
 
 
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as server:
-        return server.getsockname()[1]
-
-
-@unittest.skipUnless(os.geteuid() == 0 and MASTER.exists() and Path("/usr/sbin/dovecot").exists(),
-                     "needs root, Postfix and Dovecot")
+@unittest.skipUnless(can_run() and Path("/usr/sbin/dovecot").exists(), "needs root, Postfix and Dovecot")
 class DeliveryIntoQuarantine(unittest.TestCase):
     def setUp(self):
         self.host = Host(self.addCleanup)
@@ -140,6 +106,7 @@ class DeliveryIntoQuarantine(unittest.TestCase):
         self.host.run("new@example.org", until=int(time.time()) + 2)
         report, = self.host.queued()
         self.assertIn(subject, report.body("plain"))
+        return report
 
     def test_sieve(self):
         (self.directory / "run").mkdir()
@@ -157,36 +124,29 @@ class DeliveryIntoQuarantine(unittest.TestCase):
         self.assertNotIn("Error", self.log())
         self.check_report("Held one")
 
-    def start_postfix(self):
-        inbound, reports = free_port(), free_port()
-        shipped = (EXAMPLES / "master.cf").read_text()
-        for old, new in (("127.0.0.1:10025", "127.0.0.1:%d" % reports), ("vmail:velmar", OWNER + ":" + GROUP),
+    def test_postfix(self):
+        (self.directory / "checks").write_text("/^X-Spam-Flag: YES/ FILTER hold:quarantine\n/^Content-Type: multi/ REJECT\n")
+        postfix = Postfix({"header_checks": "regexp:%s/checks" % self.directory, "hold_destination_recipient_limit": "1",
+                           "export_environment": "MAIL_CONFIG VELMAR_ROOT=%s" % self.host.root})
+        shipped, listener = (EXAMPLES / "master.cf").read_text(), "127.0.0.1:%d" % free_port()
+        for old, new in (("127.0.0.1:10025", listener), ("vmail:velmar", OWNER + ":" + GROUP),
                          ("/usr/share/velmar/examples", str(EXAMPLES)), (" n - y - - smtpd", " n - n - - smtpd")):
             self.assertIn(old, shipped)
             shipped = shipped.replace(old, new)
-        (self.directory / "main.cf").write_text(MAIN.format(**self.values))
-        (self.directory / "master.cf").write_text(MASTER_CF.format(inbound=inbound) + shipped)
-        (self.directory / "header_checks").write_text("/^X-Spam-Flag: YES/ FILTER hold:quarantine\n/^X-Bad/ REJECT\n")
-        queue = self.directory / "queue"
-        for name in "incoming active deferred defer bounce hold corrupt public private pid".split():
-            (queue / name).mkdir(parents=True)
-            subprocess.run(["chown", "root" if name == "pid" else "postfix", queue / name], check=True)
-        (self.directory / "data").mkdir()
-        subprocess.run(["chown", "postfix", self.directory / "data"], check=True)
-        self.start(MASTER, "-d", "-c", self.directory)
-        wait_for(lambda: (queue / "pid/master.pid").exists() and (queue / "public/qmgr").exists())
-        return inbound, reports
+        with (postfix.directory / "conf/master.cf").open("a") as master:
+            master.write(shipped)
+        postfix.start(self.addCleanup)
 
-    def test_postfix(self):
-        inbound, reports = self.start_postfix()
-        with smtplib.SMTP("127.0.0.1", inbound, timeout=8) as smtp:
+        with smtplib.SMTP("127.0.0.1", postfix.port, timeout=8) as smtp:
             smtp.sendmail("far@elsewhere.example", ["New@example.org"], mail("Held two", "X-Spam-Flag: YES"))
+            report = self.check_report("Held two")
             with self.assertRaises(smtplib.SMTPDataError):
-                smtp.sendmail("far@elsewhere.example", ["new@example.org"], mail("Refused", "X-Bad: yes"))
-        self.check_report("Held two")
-        with smtplib.SMTP("127.0.0.1", reports, timeout=8) as smtp:  # is not scanned: taken with the same header
-            smtp.sendmail("far@elsewhere.example", ["new@example.org"], mail("A report", "X-Bad: yes"))
-        wait_for(lambda: len(self.held()) == 2)
+                smtp.sendmail("far@elsewhere.example", ["new@example.org"], report.raw)
+        with (self.host.root / "etc/velmar/host.toml").open("a") as config:
+            config.write('\n[queue]\nkind = "smtp"\nurl = "smtp://%s"\n' % listener)
+        self.host.command("queue", "flush", "--root", self.host.root)
+        delivered, = postfix.delivered()["new@example.org"]
+        self.assertIn(b"multipart", delivered, "the report is not scanned: it is taken by its own listener")
 
 
 if __name__ == "__main__":
