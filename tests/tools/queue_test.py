@@ -102,6 +102,16 @@ class QueueTest(unittest.TestCase):
         self.assertEqual(self.on_host("queue", "flush"), "2 handed on\n")
         self.assertEqual(self.on_host("queue", "list"), "The queue is empty.\n")
 
+    def test_run_hands_on_what_it_queued(self):
+        self.configure()
+        self.server.answers = {"chiyo": "550 5.1.1 unknown"}
+        self.assertRegex(self.report("anna", "chiyo", want=1), r"\n2 mailboxes: 2 sent\nqueue: 1 handed on, 1 failed\n")
+        self.assertNotIn("queue:", self.report("emil"))  # nothing held
+        self.configure(url='"smtp://127.0.0.1:1"')
+        self.assertIn("\nqueue: 0 handed on, 1 delayed\n", self.report("boris"))
+        self.configure(min_free_mib="2147483647")
+        self.assertIn("MiB", self.report("boris", want=1))
+
     def test_damaged_files_and_removal(self):
         self.report("anna")
         self.configure(kind='"smtp"', min_free_inodes="0")
