@@ -48,7 +48,7 @@ VLM_EXPORT std::string eventTextForm(const EventInfo& event);
 struct Event {
   unsigned int code;
   const char* name;                        ///< as in docs/log-events.md, "unknown" for other codes
-  const std::vector<std::string>& fields;  ///< raw bytes, unescaped; as many as were emitted
+  const std::vector<std::string>& fields;  ///< raw bytes, unescaped; the log may add "mailbox"
 };
 
 /// Calls `observer` for each event of any thread, beside the log's own sinks, until another one (or null) is set.
@@ -56,8 +56,8 @@ struct Event {
 /// When this returns, the observer that was set before is no longer running.
 VLM_EXPORT void setEventObserver(std::function<void(const Event&)> observer);
 
-/// Whether events are also written to stderr. The configuration decides unless this is called, and a log file that
-/// cannot be written sends them there. Any thread.
+/// Whether events are also written to stderr. Unless this is called the configuration decides, and events that no other
+/// sink takes go there. Any thread.
 VLM_EXPORT void setLogToStderr(bool enabled);
 
 /// A mail as the library hands it to the queue.

@@ -67,7 +67,7 @@ constexpr std::array kEvents{
               {"operation", "template", "mailbox"},
               kFailure,
               "neither this template nor \"default\" loads",
-              "no report for {mailbox}: neither the template {template} nor default can be used"},
+              "no report for {mailbox}: neither template {template} nor the default one can be used"},
     EventInfo{0x80013,
               "list-links-repaired",
               {"removed", "mailbox"},

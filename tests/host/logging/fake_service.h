@@ -1,6 +1,6 @@
 #pragma once
 
-// A service that listens on a local socket of datagrams, as the journal and syslog do, and the journal's protocol.
+// A service that listens on a local socket of datagrams, as the journal and syslog do.
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -11,8 +11,6 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "host/common/descriptor.h"
 
@@ -68,28 +66,5 @@ class FakeService {
   const std::string path_;
   Host::Descriptor socket_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
-
-using Field = std::pair<std::string, std::string>;
-
-/// The fields of a datagram of the journal's native protocol. Throws when it is none.
-inline std::vector<Field> journalFields(std::string bytes) {
-  std::vector<Field> fields;
-  while (!bytes.empty()) {
-    const std::size_t end = bytes.find('\n');
-    if (end == std::string::npos) throw std::runtime_error("no line: " + bytes);
-    const std::string line = bytes.substr(0, end);
-    bytes.erase(0, end + 1);
-    if (const std::size_t equals = line.find('='); equals != std::string::npos) {
-      fields.emplace_back(line.substr(0, equals), line.substr(equals + 1));
-      continue;
-    }
-    std::size_t length = 0;
-    for (std::size_t i = 8; i-- > 0;) length = length << 8 | static_cast<unsigned char>(bytes.at(i));
-    if (bytes.at(8 + length) != '\n') throw std::runtime_error("no end of " + line);
-    fields.emplace_back(line, bytes.substr(8, length));
-    bytes.erase(0, 8 + length + 1);
-  }
-  return fields;
-}
 
 }  // namespace Velmar::Testing

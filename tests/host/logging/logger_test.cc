@@ -36,8 +36,6 @@ namespace {
 using namespace testing;
 using Velmar::Host::setEventObserver;
 using Velmar::Testing::FakeService;
-using Velmar::Testing::Field;
-using Velmar::Testing::journalFields;
 
 std::vector<std::string> linesOf(const std::string& path) {
   std::ifstream in(path);
@@ -132,12 +130,9 @@ TEST_F(LogTest, EachDestinationGetsEachEventAndTheJournalGetsItOnce) {
       logLines(1);
     });
     EXPECT_EQ(lines.size(), row.want) << &row - cases;
-    if (row.toJournal) {
-      EXPECT_THAT(journalFields(journal.receive().bytes),
-                  IsSupersetOf({Field("MESSAGE", "reports for u@example.org are switched off"), Field("PRIORITY", "6"),
-                                Field("VELMAR_EVENT", "0x8000e"), Field("VELMAR_EVENT_NAME", "report-disabled"),
-                                Field("VELMAR_MAILBOX", "u@example.org")}));
-    }
+    const std::string fields =
+        row.toJournal ? "\nVELMAR_EVENT_NAME=report-disabled\nVELMAR_MAILBOX=u@example.org\n" : "";
+    EXPECT_THAT(journal.receive().bytes, EndsWith(fields));
     const std::string line = row.toSyslog ? "]: report-disabled: reports for u@example.org are switched off" : "";
     EXPECT_THAT(syslog.receive().bytes, EndsWith(line));
   }

@@ -79,22 +79,6 @@ TEST_F(SocketTest, WhatIsTooLargeIsPassedAsASealedFile) {
   EXPECT_EQ(DatagramSink(path, TooLarge::kRefused).send(large), EMSGSIZE);
 }
 
-TEST_F(SocketTest, DatagramsOfManyThreadsStayWhole) {
-  FakeService service(path);
-  std::vector<std::jthread> threads;
-  for (char name = 'a'; name < 'e'; ++name) {
-    threads.emplace_back([&, name] {
-      for (int i = 0; i < 50; ++i) EXPECT_EQ(sink.send(std::string(500, name)), 0);
-    });
-  }
-  for (int got = 0; got < 200;) {
-    const std::string bytes = service.receive().bytes;
-    if (bytes.empty()) continue;
-    EXPECT_EQ(bytes, std::string(500, bytes[0]));
-    ++got;
-  }
-}
-
 /// Makes a small pipe stderr for as long as it lives; its other end is read here.
 class PipeAsStderr {
  public:
@@ -123,18 +107,16 @@ class PipeAsStderr {
 TEST(StderrSink, DropsAndCountsLinesThatNobodyReads) {
   StderrSink sink(200ms);
   const PipeAsStderr pipe;
-  const std::string line = std::string(2999, 'x') + "\n";  // the pipe takes two and a part
+  const std::string line = std::string(9999, 'x') + "\n";  // more than the pipe takes: the first one is cut
   const auto before = std::chrono::steady_clock::now();
   for (int i = 0; i < 30; ++i) sink.write(line);
   EXPECT_LT(std::chrono::steady_clock::now() - before, 3s) << "each waited";
-  std::string got = pipe.read();
+  const std::string cut = pipe.read();
+  EXPECT_TRUE(line.starts_with(cut)) << cut.size();
   sink.write("next\n");
   sink.write("last\n");
-  got += pipe.read();
-  EXPECT_THAT(got, StartsWith(line + line));
-  EXPECT_THAT(got, EndsWith("\nnext\nlast\n"));
-  EXPECT_THAT(got,
-              ContainsRegex("\n[^ x]+ - log-lines-dropped \"2[78] lines were dropped, because nobody read them\" "));
+  EXPECT_THAT(pipe.read(), MatchesRegex("\n[^ ]+ - log-lines-dropped \"30 lines were dropped, because nobody read "
+                                        "them\" count=\"30\"\nnext\nlast\n"));
 }
 
 TEST(StderrSink, WaitsForASlowReaderAlsoWithinALongLine) {
