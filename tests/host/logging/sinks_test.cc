@@ -107,7 +107,7 @@ class PipeAsStderr {
 TEST(StderrSink, DropsAndCountsLinesThatNobodyReads) {
   StderrSink sink(200ms);
   const PipeAsStderr pipe;
-  const std::string line = std::string(9999, 'x') + "\n";  // more than the pipe takes: the first one is cut
+  const std::string line = std::string(99'999, 'x') + "\n";  // more than the pipe takes: the first one is cut
   const auto before = std::chrono::steady_clock::now();
   for (int i = 0; i < 30; ++i) sink.write(line);
   EXPECT_LT(std::chrono::steady_clock::now() - before, 3s) << "each waited";
