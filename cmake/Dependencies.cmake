@@ -9,7 +9,6 @@ if(VELMAR_PLATFORM STREQUAL "host")
   pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
   pkg_check_modules(TOMLPLUSPLUS REQUIRED IMPORTED_TARGET tomlplusplus)
   pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl>=7.85)
-  pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
   pkg_check_modules(LDAP REQUIRED IMPORTED_TARGET ldap lber)
   find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
   # SOCI ships neither a CMake package nor a pkg-config file.

@@ -35,16 +35,23 @@ struct EventInfo {
   std::array<const char*, 3> fields;  ///< names of its fields in order; null = no further one
   bool failure;                       ///< a report that was due is not sent
   const char* meaning;                ///< one line for people
+  /// What happened, as a sentence whose placeholders name fields: {mailbox} is the value, {count:message/messages} a
+  /// number with the word for one or for more, {recipients#recipient/recipients} how many values the commas separate.
+  const char* text;
+  bool warning = false;  ///< something needs a look, although no report is lost
 };
 
 /// All log events, by ascending code. They live as long as the process.
 VLM_EXPORT std::span<const EventInfo> eventTable() noexcept;
 
+/// The readable text of an event in general: field names in capitals stand for values, N for how many there are.
+VLM_EXPORT std::string eventTextForm(const EventInfo& event);
+
 /// One log event as it was emitted. References are valid during the call of an observer only.
 struct Event {
   unsigned int code;
   const char* name;                        ///< as in docs/log-events.md, "unknown" for other codes
-  const std::vector<std::string>& fields;  ///< raw bytes, unescaped
+  const std::vector<std::string>& fields;  ///< raw bytes, unescaped; the log may add "mailbox"
 };
 
 /// Calls `observer` for each event of any thread, beside the log's own sinks, until another one (or null) is set.
@@ -52,8 +59,8 @@ struct Event {
 /// When this returns, the observer that was set before is no longer running.
 VLM_EXPORT void setEventObserver(std::function<void(const Event&)> observer);
 
-/// Whether events are also written to stderr. The configuration decides unless this is called, and a log file that
-/// cannot be written sends them there. Any thread.
+/// Whether events are also written to stderr. Unless this is called the configuration decides, and events that no other
+/// sink takes go there. Any thread.
 VLM_EXPORT void setLogToStderr(bool enabled);
 
 /// A mail as the library hands it to the queue.
