@@ -72,7 +72,7 @@ bool isReadable(const std::string& path) {
 /// The file of the authorities that the profile trusts; the TLS library would only say that something is wrong with it.
 std::string authorities(const LdapProfileConfig& profile) {
   if (!profile.caFile.empty()) {
-    const std::string path = underRoot(profile.caFile);
+    std::string path = underRoot(profile.caFile);
     if (isReadable(path)) return path;
     const std::string reason = std::generic_category().message(errno);
     throw directoryError(__LINE__, profile.number, "CA file " + path + " cannot be opened: " + reason);
@@ -81,6 +81,12 @@ std::string authorities(const LdapProfileConfig& profile) {
     if (isReadable(path)) return path;
   }
   throw directoryError(__LINE__, profile.number, "no authorities that the system trusts are found: set ca_file");
+}
+
+std::string passwordOf(const LdapProfileConfig& profile) try {
+  return passwordFromFile(underRoot(profile.passwordFile));
+} catch (const Exception& e) {
+  throw directoryError(__LINE__, profile.number, e.text());
 }
 
 /// Whether a search's result means that this server does not serve now, rather than that it refuses the search.
@@ -203,18 +209,13 @@ void LdapConnection::tlsFailed(int code) {
 
 // Also without a name: the answer shows that there is a directory.
 void LdapConnection::bind() {
-  std::string password;
-  if (!profile_.bindDn.empty()) try {
-      password = passwordFromFile(underRoot(profile_.passwordFile));
-    } catch (const Exception& e) {
-      throw directoryError(__LINE__, profile_.number, e.text());
-    }
+  std::string password = profile_.bindDn.empty() ? "" : passwordOf(profile_);
   const NoSigpipe quiet;
   const ConnectionWatchdog::Step step(watchdog_);
-  const berval credential{.bv_len = password.size(), .bv_val = password.data()};
+  berval credential{.bv_len = password.size(), .bv_val = password.data()};
   errno = 0;
-  const int code = ldap_sasl_bind_s(handle_.get(), profile_.bindDn.c_str(), LDAP_SASL_SIMPLE,
-                                    const_cast<berval*>(&credential), nullptr, nullptr, nullptr);
+  const int code = ldap_sasl_bind_s(handle_.get(), profile_.bindDn.c_str(), LDAP_SASL_SIMPLE, &credential, nullptr,
+                                    nullptr, nullptr);
   explicit_bzero(password.data(), password.size());
   if (code == LDAP_SUCCESS) return;
   serverFailed(profile_.bindDn.empty() ? "anonymous bind" : "bind as " + quoted(profile_.bindDn), code);

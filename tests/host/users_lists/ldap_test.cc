@@ -292,7 +292,7 @@ TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
     for (int i = 0; i < 100; ++i) {
       EXPECT_THAT(thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }), HasSubstr("not tried for another"));
     }
-    EXPECT_LE(std::chrono::steady_clock::now() - start, 2s) << c.want;
+    EXPECT_LE(std::chrono::steady_clock::now() - start, 5s) << c.want;
   }
 }
 
@@ -364,7 +364,8 @@ user_base = "ou=people,dc=example,dc=org"
 group_base = "ou=groups,dc=example,dc=org"
 urls = [")" + server_->url() + "\"]\n");
   EXPECT_THAT(configuredLdapProfiles(), ::testing::ElementsAre(4, 3));
-  EXPECT_EQ(checkLdapProfile(3), server_->url() + " answers, with groups that have owners");
+  EXPECT_EQ(checkLdapProfile(3),
+            server_->url() + " answers, with groups that have owners; the password goes there unencrypted");
   EXPECT_THAT(thrownBy([] { checkLdapProfile(4); }), HasSubstr("profile 4: ldap://127.0.0.1:1: cannot connect"));
   const auto owners = [](int number) {
     return QRL_LdapUserManager::Instance().getGroupOwnerAddressesForUser("ada@d", number, true);
