@@ -178,8 +178,8 @@ VLM_EXPORT bool mailboxExists(const std::string& address);
 /// Numbers of the configured LDAP profiles, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<int> configuredLdapProfiles();
 
-/// Connects to each server of an LDAP profile, binds, and tries the searches of a look-up. Returns a line that says what
-/// answered. Throws Exception that names profile, server and the first fault; also when no group has an owner.
+/// Connects to each server of an LDAP profile, binds, and tries the searches of a look-up. Returns a line that says
+/// what answered. Throws Exception that names profile, server and the first fault; also when no group has an owner.
 VLM_EXPORT std::string checkLdapProfile(int number);
 
 /// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.

@@ -131,7 +131,8 @@ class ConfiguredSinks {
 
 /// The fields of an event, with the mailbox where the event has a place for it and comes without.
 std::vector<std::string> completed(const EventInfo* event, std::vector<std::string> fields) {
-  if (!event || fieldPlace(*event, "mailbox") != fields.size()) return fields;
+  const bool missing = event && fields.size() < event->fields.size() && fieldPlace(*event, "mailbox") == fields.size();
+  if (!missing) return fields;
   std::string mailbox = currentMailbox();
   if (!mailbox.empty()) fields.push_back(std::move(mailbox));
   return fields;

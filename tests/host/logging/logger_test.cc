@@ -168,15 +168,17 @@ TEST_F(LogTest, AFailureNamesTheMailboxOfItsThread) {
     }
     std::thread(failure).join();
     Velmar::Logger::instance(false).log(0x80015, 0, "%s", "given up");
+    Velmar::Logger::instance(false).log(0x90001, 0, "%s\x01%s\x01%s", "1", "u@d", "250 ok");  // has no mailbox
     Velmar::Host::setCurrentMailbox("/home/d/" + std::string(300, 'x') + "~d");
     failure();
   });
   const auto told = [](const std::string& mailbox, const std::string& field) {
     return EndsWith("\"report for " + mailbox + " failed: no room\" error=\"no room\"" + field);
   };
-  EXPECT_THAT(lines, ElementsAre(told("a~b@d", " mailbox=\"a~b@d\""), told("(unknown)", ""),
-                                 told("u@d", " mailbox=\"u@d\""), told("(unknown)", ""),
-                                 EndsWith("given up: given up\" error=\"given up\""), told("(unknown)", "")));
+  EXPECT_THAT(lines,
+              ElementsAre(told("a~b@d", " mailbox=\"a~b@d\""), told("(unknown)", ""), told("u@d", " mailbox=\"u@d\""),
+                          told("(unknown)", ""), EndsWith("given up: given up\" error=\"given up\""),
+                          EndsWith(" reply=\"250 ok\""), told("(unknown)", "")));
 }
 
 TEST_F(LogTest, AClosedStderrPipeHarmsNobody) {
