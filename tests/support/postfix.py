@@ -83,8 +83,9 @@ class Postfix:
         conf = str(self.directory / "conf")
         subprocess.run(["postfix", "-c", conf, "check"], check=True, capture_output=True, timeout=60)
         daemons = subprocess.run(["postconf", "-c", conf, "-h", "daemon_directory"], check=True, capture_output=True)
-        self.master = subprocess.Popen([daemons.stdout.decode().strip() + "/master", "-c", conf, "-d"],
-                                       start_new_session=True, stdin=subprocess.DEVNULL)
+        # It also ends with this process, should that be killed.
+        self.master = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", daemons.stdout.decode().strip() + "/master",
+                                        "-c", conf, "-d"], start_new_session=True, stdin=subprocess.DEVNULL)
         self._wait_for(self._greets, "no greeting")
 
     def stop(self):
