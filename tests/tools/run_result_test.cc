@@ -21,7 +21,7 @@ const std::vector<RunResult> kResults{
 TEST(RunResult, IsWrittenForPeople) {
   const std::string failures =
       "NO MAILBOX  b@d  there is no such mailbox\nFAILED      *@e  cannot list \\x1b \"/home/e\"\n";
-  const std::string summary = "3 mailboxes: 1 sent, 1 that does not exist, 1 failed\n";
+  const std::string summary = "3 mailboxes: 1 sent, 1 nonexistent, 1 failed\n";
   EXPECT_EQ(resultTable(kResults, true), failures + summary);
   EXPECT_EQ(resultTable(kResults, false), "sent        a@d  1 message to a@d\n" + failures + summary);
   EXPECT_FALSE(anyFailure({kResults[0], ofWholeDomain("f", noDirectory())}));
