@@ -91,6 +91,15 @@ VLM_EXPORT void checkSpool();
 /// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
 VLM_EXPORT std::string templateFault(const std::string& name, const std::string& domain);
 
+/// Something odd about a report template that can be used: a name that no report fills, a value that is not escaped.
+struct TemplateRemark {
+  std::string place;  ///< FILE:LINE
+  std::string text;
+};
+
+/// The remarks on the template that templateFault() looks at; none when there is no such template. It throws the same.
+VLM_EXPORT std::vector<TemplateRemark> templateRemarks(const std::string& name, const std::string& domain);
+
 /// Looks at the secret that signs login links; makes it when there is none. Throws Exception with the reason.
 VLM_EXPORT void checkSecret();
 
