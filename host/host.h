@@ -3,6 +3,7 @@
 // The small public face of the host platform, for the administrator's command and the benchmarks.
 
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <span>
 #include <string>
@@ -91,6 +92,40 @@ VLM_EXPORT void checkSpool();
 /// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
 VLM_EXPORT std::string templateFault(const std::string& name, const std::string& domain);
 
+/// What a preview looks at instead of the user's and the site's own choice.
+struct PreviewChoice {
+  std::string language;        ///< code of a language; "" = what the user prefers
+  std::string templateName;    ///< "" = what the configuration says
+  std::string templateDomain;  ///< whose template of that name; "" = the system's
+};
+
+/// From now on this process makes previews, with this choice until another one is set: events go to the observer, and
+/// to stderr when setLogToStderr() said so, but not to the log. Any thread.
+VLM_EXPORT void setPreview(PreviewChoice choice);
+
+/// The room that the spool's file system has left for this user, and how much of it must stay free.
+struct SpoolRoom {
+  long long freeMib = 0;
+  long long freeFiles = -1;  ///< -1 = the file system does not count files
+  long long leastMib = 0;
+  long long leastFiles = 0;
+};
+
+/// Throws Exception when there is no spool or it could not look.
+VLM_EXPORT SpoolRoom spoolRoom();
+
+/// A file that the configuration names, beside itself.
+struct ConfiguredFile {
+  enum class Use { kLog, kPassword, kCertificates };
+  std::string key;   ///< as in the configuration, e.g. "queue.auth_file"
+  std::string path;  ///< below the root
+  Use use = Use::kLog;
+};
+
+/// All of them, whether they exist or not; the configuration itself is one when it holds a password.
+/// Throws Exception when it cannot be read.
+VLM_EXPORT std::vector<ConfiguredFile> configuredFiles();
+
 /// Something odd about a report template that can be used: a name that no report fills, a value that is not escaped.
 struct TemplateRemark {
   std::string place;  ///< FILE:LINE
@@ -106,6 +141,22 @@ VLM_EXPORT void checkSecret();
 /// Names of the configured domains, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<std::string> configuredDomains();
 
+/// A recipient policy whose pattern matches an address.
+struct PolicyMatch {
+  std::uint32_t number = 0;  ///< its place among the policies of the configuration, from 1
+  std::string pattern;
+  bool enabled = true;
+  bool takesPart = true;  ///< in reports
+};
+
+/// The policies whose pattern matches a bare address, in the order of the configuration: the first one that is enabled
+/// and takes part decides. Throws Exception when the configuration cannot be read.
+VLM_EXPORT std::vector<PolicyMatch> policiesMatching(const std::string& address);
+
+/// Whether the directory of a mailbox exists, deleted or not.
+/// address  bare; throws Exception when it cannot name a directory or when it could not look
+VLM_EXPORT bool mailboxExists(const std::string& address);
+
 /// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.
 /// Throws Exception when the domain's directory cannot be listed; a missing one is empty.
 VLM_EXPORT std::vector<std::string> mailboxesOfDomain(const std::string& domain);
@@ -115,6 +166,9 @@ VLM_EXPORT void addListEntry(const std::string& owner, const std::string& list, 
 
 /// All entries of one owner as (list, entry), by list and then in the order in which they were added.
 VLM_EXPORT std::vector<std::pair<std::string, std::string>> listEntries(const std::string& owner);
+
+/// Whether dates can be written in the language of this code ("de", "pt-BR", "de_DE.UTF-8"); else they are in English.
+VLM_EXPORT bool isKnownLanguage(const std::string& code);
 
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);

@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "host/common/host_config.h"
+#include "host/common/preview.h"
 #include "host/common/root.h"
 #include "host/host.h"
 #include "host/logging/event_table.h"
@@ -110,7 +111,7 @@ class Log {
 
   void write(const std::string& line) {
     const Override chosen = stderrOverride_;
-    const Sinks* sinks = configured_.get();
+    const Sinks* sinks = isPreview() ? nullptr : configured_.get();
     bool toStderr = chosen == Override::kNone ? !sinks || sinks->toStderr : chosen == Override::kOn;
     if (sinks && sinks->file && !writeToFile(*sinks->file, line, chosen)) toStderr = chosen != Override::kOff;
     if (toStderr) writeToStderr(line);

@@ -37,6 +37,14 @@ bool exists(const Descriptor& parent, const std::string& name, const std::string
 
 }  // namespace
 
+bool mailboxExists(const std::string& address) {
+  const std::string path = mailboxDirectory(address);
+  const std::size_t slash = path.rfind('/');
+  const std::string domain = underRoot(path.substr(0, slash));
+  const Descriptor directory = openDirectory(domain, O_PATH);
+  return directory && exists(directory, path.substr(slash + 1), domain, S_IFDIR);
+}
+
 std::vector<std::string> mailboxesOfDomain(const std::string& domain) {
   const std::string path = underRoot("/home/" + checkedComponent("domain", domain));
   const Descriptor directory = openDirectory(path, O_PATH);
