@@ -9,6 +9,7 @@ if(VELMAR_PLATFORM STREQUAL "host")
   install(TARGETS spamreport RUNTIME)
   install(DIRECTORY share/templates share/images share/demo DESTINATION ${CMAKE_INSTALL_DATADIR}/velmar)
   install(FILES share/etc/host.toml.sample DESTINATION ${CMAKE_INSTALL_DATADIR}/velmar/etc)
+  install(FILES share/bash-completion/spamreport DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES docs/man/spamreport.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES docs/man/velmar-host.toml.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
   # The command finds the libraries beside it wherever the tree is put.

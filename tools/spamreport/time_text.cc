@@ -148,6 +148,15 @@ std::int64_t parseUntil(const std::string& text) {
   return seconds;
 }
 
+std::string localTimeText(std::int64_t seconds) {
+  const std::time_t time = seconds;
+  std::tm local{};
+  ::localtime_r(&time, &local);
+  std::array<char, 64> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M %Z", &local);
+  return text.data();
+}
+
 std::string durationText(std::int64_t seconds) {
   struct Unit {
     std::int64_t seconds;

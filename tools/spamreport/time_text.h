@@ -16,6 +16,9 @@ namespace Velmar::Tool {
 /// search of a mailbox can take (2038-01-19T03:14:07Z).
 std::int64_t parseUntil(const std::string& text);
 
+/// A time by the local clock, e.g. "2026-11-22 08:00 CET".
+std::string localTimeText(std::int64_t seconds);
+
 /// A length of time in its largest unit, for a table: "42 s", "3 min", "5 h", "12 d"; negative ones count as 0.
 std::string durationText(std::int64_t seconds);
 
