@@ -3,8 +3,11 @@
 // The small public face of the host platform, for the administrator's command and the benchmarks.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -69,24 +72,89 @@ struct QueuedMail {
 /// What the sink throws passes to whoever sends.
 VLM_EXPORT void setMailSink(std::function<void(const QueuedMail&)> sink);
 
-/// One entry of the spool.
+enum class SpoolState {
+  kWaiting,     ///< will be handed on
+  kFailed,      ///< refused for good or given up; stays until it is retried or dropped
+  kUnreadable,  ///< damaged, or this user may not read it
+};
+
+/// One entry of the spool. Of an unreadable one only id, state and lastReply, the reason, are set.
 struct SpoolEntry {
   std::string id;
   std::string sender;
-  std::vector<std::string> recipients;
+  std::vector<std::string> recipients;  ///< who has not got the mail
   bool suppressDsn = false;
-  long long queuedAt = 0;       ///< seconds since the epoch
+  long long queuedAt = 0;       ///< seconds since the epoch: when it was accepted, or retried after it had failed
   unsigned long long size = 0;  ///< bytes of the mail
+  SpoolState state = SpoolState::kWaiting;
+  int attempts = 0;           ///< how often handing on has failed
+  long long nextAttempt = 0;  ///< seconds since the epoch; 0 = at once
+  std::string lastReply;      ///< printable; "" = not tried yet
 };
 
-/// What waits in the spool, oldest first. An entry that cannot be read throws Exception naming the file.
+/// What waits in the spool and what has failed, the unreadable first, then oldest first.
+/// Throws Exception when a directory cannot be listed.
 VLM_EXPORT std::vector<SpoolEntry> listSpool();
 
 /// The whole mail of one entry. Throws Exception when there is none of this id or it cannot be read.
 VLM_EXPORT QueuedMail readSpool(const std::string& id);
 
+/// Makes an entry due at once; a failed one waits again, for as long as a new one. Also lifts a queue hold.
+/// Throws Exception when there is none of this id, it cannot be read, or it is being handed on right now.
+VLM_EXPORT void retryQueued(const std::string& id);
+
+/// Removes an entry, also an unreadable one, and logs that. Throws as above.
+VLM_EXPORT void dropQueued(const std::string& id);
+
+/// While the mail server cannot be used, mails wait together until the next try.
+struct QueueHold {
+  int failures = 0;     ///< tries in a row that found it so; 0 = no hold
+  long long until = 0;  ///< seconds since the epoch
+  std::string reason;
+};
+
+/// The hold as the last round left it. Throws Exception when it could not look.
+VLM_EXPORT QueueHold queueHold();
+
+struct FlushOptions {
+  bool evenIfNotDue = false;  ///< also what is to be tried later, and in spite of a hold
+};
+
+/// A mail, or a part of its recipients, that was not handed on.
+struct FlushProblem {
+  std::string id;
+  SpoolState state = SpoolState::kWaiting;  ///< what it is now: waiting for the next attempt, failed, or unreadable
+  std::vector<std::string> recipients;
+  std::string reply;
+};
+
+/// What one round did, in mails; a mail that is refused in part counts as failed and as delayed.
+struct FlushResult {
+  bool enabled = true;         ///< false: the configuration leaves mails in the spool, and nothing was done
+  std::size_t handedOn = 0;    ///< to all recipients that they still had
+  std::size_t delayed = 0;     ///< to be tried again later
+  std::size_t failed = 0;      ///< refused for good or given up
+  std::size_t unreadable = 0;  ///< left as they are
+  std::size_t notDue = 0;      ///< not tried: their time has not come
+  std::size_t held = 0;        ///< not tried: the server cannot be used
+  std::vector<FlushProblem> problems;
+};
+
+/// Hands on what waits in the spool, oldest first. Any number of processes may do so at once: a mail is tried by one of
+/// them. Throws Exception when spool or configuration cannot be used, or when what became of a mail cannot be noted:
+/// then the mail waits as before.
+VLM_EXPORT FlushResult flushQueue(const FlushOptions& options);
+
 /// Makes the spool's directories when they are missing and looks whether this user may write there. Throws Exception.
 VLM_EXPORT void checkSpool();
+
+/// Looks whether the spool's file system has the room that the configuration asks for. Throws Exception with the numbers
+/// when it has not, or when it could not look.
+VLM_EXPORT void checkSpoolRoom();
+
+/// Connects to the mail server of the configuration as a mail would, with TLS and authentication. Returns its name and
+/// what it offers; "" when mails stay in the spool. Throws Exception with the reason.
+VLM_EXPORT std::string checkMailServer();
 
 /// What keeps a report template from being used, with file and line where there is one; "" when nothing does.
 /// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
@@ -102,17 +170,6 @@ struct PreviewChoice {
 /// From now on this process makes previews, with this choice until another one is set: events go to the observer, and
 /// to stderr when setLogToStderr() said so, but not to the log. Any thread.
 VLM_EXPORT void setPreview(PreviewChoice choice);
-
-/// The room that the spool's file system has left for this user, and how much of it must stay free.
-struct SpoolRoom {
-  long long freeMib = 0;
-  long long freeFiles = -1;  ///< -1 = the file system does not count files
-  long long leastMib = 0;
-  long long leastFiles = 0;
-};
-
-/// Throws Exception when there is no spool or it could not look.
-VLM_EXPORT SpoolRoom spoolRoom();
 
 /// A file that the configuration names, beside itself.
 struct ConfiguredFile {
@@ -153,8 +210,15 @@ struct PolicyMatch {
 /// and takes part decides. Throws Exception when the configuration cannot be read.
 VLM_EXPORT std::vector<PolicyMatch> policiesMatching(const std::string& address);
 
-/// Whether the directory of a mailbox exists, deleted or not.
-/// address  bare; throws Exception when it cannot name a directory or when it could not look
+/// How far back scheduled reports make up for missed ones, in hours. Throws Exception when the configuration cannot be
+/// read.
+VLM_EXPORT int catchUpHours();
+
+/// Whether a domain has a directory for mailboxes. Throws Exception when it could not look.
+VLM_EXPORT bool domainDirectoryExists(const std::string& domain);
+
+/// Whether the mailbox of a bare address exists on disk, also that of a deleted user. Throws Exception when it could
+/// not look, or when the address cannot name a mailbox.
 VLM_EXPORT bool mailboxExists(const std::string& address);
 
 /// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.
@@ -172,5 +236,51 @@ VLM_EXPORT bool isKnownLanguage(const std::string& code);
 
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);
+
+/// Looks whether the state store can be read and written; makes it when it is missing. Returns its name: a path, or a
+/// URL without password and parameters. Throws Exception with the reason.
+VLM_EXPORT std::string checkState();
+
+class RunHold;
+
+/// The right to make the scheduled reports: at most one run at a time holds it on all hosts that share the state store.
+/// It ends with the object or the process.
+class VLM_EXPORT ScheduledRunLock {
+ public:
+  /// Null when another run holds it. Throws Exception when it could not look.
+  static std::unique_ptr<ScheduledRunLock> tryAcquire();
+
+  ScheduledRunLock(const ScheduledRunLock&) = delete;
+  ScheduledRunLock& operator=(const ScheduledRunLock&) = delete;
+  ~ScheduledRunLock();
+
+  /// Throws Exception when the right was lost meanwhile, as when the connection to a database server broke: another
+  /// run may have it then. Not from two threads at once.
+  void confirm();
+
+ private:
+  explicit ScheduledRunLock(std::unique_ptr<RunHold> hold);
+
+  std::unique_ptr<RunHold> hold_;
+};
+
+/// Where the reports of a domain stand. Times are seconds since the epoch.
+struct ReportedUntil {
+  long long domain = 0;  ///< end of the last period that was reported for the whole domain; 0 = none yet
+  /// Mailboxes that stand elsewhere: ahead (a run was broken off after them) or behind (their report failed).
+  /// By address, its domain in ASCII lower case.
+  std::map<std::string, long long> mailboxes;
+};
+
+/// What is noted for a domain, whose name counts without regard to ASCII case. Throws Exception when it could not look.
+VLM_EXPORT ReportedUntil reportedUntil(const std::string& domain);
+
+/// Notes that one mailbox has got its report up to `until`, while the run over the domain goes on. Throws Exception.
+VLM_EXPORT void setMailboxReportedUntil(const std::string& domain, const std::string& address, long long until);
+
+/// Ends the run over a domain: it now stands at `until`, except for the mailboxes in `behind`. All at once or, with an
+/// Exception, not at all; what was noted for single mailboxes before is forgotten.
+VLM_EXPORT void setDomainReportedUntil(const std::string& domain, long long until,
+                                       const std::map<std::string, long long>& behind);
 
 }  // namespace Velmar::Host

@@ -46,5 +46,7 @@ std::vector<std::string> configuredDomains() {
   return names;
 }
 
+int catchUpHours() { return hostConfig().catchUpHours; }
+
 }  // namespace Host
 }  // namespace Velmar

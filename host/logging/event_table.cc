@@ -27,6 +27,14 @@ constexpr std::array kEvents{
         0x80013, "list-links-repaired", {"removed", "mailbox"}, kNoFailure, "one-sided address links were removed"},
     EventInfo{0x80014, "no-address-in-path", {"path"}, kFailure, "a mailbox directory has no address in its name"},
     EventInfo{0x80015, "failed-report-given-up", {"error"}, kFailure, "a failed report will not be tried again"},
+    // The queue's, beside the library's own.
+    EventInfo{
+        0x90001, "mail-handed-over", {"id", "recipients", "reply"}, kNoFailure, "the mail server has taken a mail"},
+    EventInfo{0x90002, "mail-delayed", {"id", "recipients", "reply"}, kNoFailure, "a mail will be tried again later"},
+    EventInfo{
+        0x90003, "mail-refused", {"id", "recipients", "reply"}, kFailure, "the mail server refuses a mail for good"},
+    EventInfo{0x90004, "mail-given-up", {"id", "recipients", "reply"}, kFailure, "a delayed mail has become too old"},
+    EventInfo{0x90005, "mail-dropped", {"id", "recipients"}, kNoFailure, "an administrator has removed a mail"},
 };
 
 constexpr bool ascending() {

@@ -1,4 +1,4 @@
-// Writes, syncs, names, syncs the directory; each result is checked. Only the spool uses this.
+// Writes, syncs, names, syncs the directory; each result is checked. Only the spool and the queue's hand-over use this.
 
 #include "host/mail_builder/durable_file.h"
 
@@ -10,6 +10,8 @@
 #include <cerrno>
 
 #include "host/common/directories.h"
+#include "host/mail_builder/file_lock.h"
+#include "host/mail_builder/message_ids.h"
 #include "host/mail_builder/system_file.h"
 #include "platform/types.h"
 
@@ -41,10 +43,24 @@ void syncNew(const std::string& base, const std::string& path) {
   }
 }
 
-/// Removes a temporary file unless it has gone to its place.
+/// Only root may give files away.
+void giveToOwnerOf(const std::string& base, const Descriptor& file, const std::string& path) {
+  if (::geteuid() != 0) return;
+  struct stat owner {};
+  if (::stat(base.c_str(), &owner) != 0 || ::fchown(file.get(), owner.st_uid, owner.st_gid) != 0) {
+    throw failed(path, "given to its owner", errno);
+  }
+}
+
+/// A new file in tmp/ under a name of its own, locked; removed unless it has gone to its place.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
+  TemporaryFile(const std::string& base, const std::string& name) {
+    // A sweep that comes between making and locking takes the file for a dead process's.
+    do open(base + "/tmp/" + name + "." + randomToken(8));
+    while (!tryLock(file_, path_) || statusOf(file_, path_).st_nlink == 0);
+    giveToOwnerOf(base, file_, path_);
+  }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() {
@@ -52,11 +68,31 @@ class TemporaryFile {
   }
 
   const std::string& path() const { return path_; }
-  void moved() { path_.clear(); }
+  const Descriptor& file() const { return file_; }
+
+  Descriptor moved() {
+    path_.clear();
+    return std::move(file_);
+  }
 
  private:
+  void open(std::string path) {
+    file_ = Descriptor(::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, kFileMode));
+    if (!file_.isOpen()) throw failed(path, "made", errno);
+    path_ = std::move(path);
+  }
+
   std::string path_;
+  Descriptor file_;
 };
+
+/// Renames, but never over a file. False with nothing done when the system says no; errno is set.
+bool renameToNew(const std::string& from, const std::string& to) {
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  // A file system without that flag still has link(2), which never replaces either.
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  return ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
+}
 
 }  // namespace
 
@@ -69,6 +105,7 @@ bool createUnnamed(const std::string& base, const std::string& name, std::string
   }
   const std::string link = "/proc/self/fd/" + std::to_string(file.get());
   if (::access(link.c_str(), F_OK) != 0) return false;
+  giveToOwnerOf(base, file, path);
   writeAndSync(file, bytes, path);
   if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
     throw failed(path, "made", errno);
@@ -79,23 +116,57 @@ bool createUnnamed(const std::string& base, const std::string& name, std::string
 
 void createByRename(const std::string& base, const std::string& name, std::string_view bytes) {
   const std::string path = base + "/new/" + name;
-  const std::string temporaryPath = base + "/tmp/" + name;
-  const Descriptor file(::open(temporaryPath.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, kFileMode));
-  if (!file.isOpen()) throw failed(temporaryPath, "made", errno);
-  TemporaryFile temporary(temporaryPath);
-  writeAndSync(file, bytes, temporaryPath);
-  if (::renameat2(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0) {
-    // A file system without that flag still has link(2), which never replaces either.
-    if (errno != EINVAL && errno != ENOSYS) throw failed(path, "made", errno);
-    if (::link(temporaryPath.c_str(), path.c_str()) != 0) throw failed(path, "made", errno);
-  } else {
-    temporary.moved();
-  }
+  TemporaryFile temporary(base, name);
+  writeAndSync(temporary.file(), bytes, temporary.path());
+  if (!renameToNew(temporary.path(), path)) throw failed(path, "made", errno);
+  temporary.moved();
   syncNew(base, path);
 }
 
 void createDurably(const std::string& base, const std::string& name, std::string_view bytes) {
   if (!createUnnamed(base, name, bytes)) createByRename(base, name, bytes);
+}
+
+Descriptor replaceDurably(const std::string& base, const std::string& place, const std::string& name,
+                          std::string_view bytes) {
+  const std::string path = base + "/" + place + "/" + name;
+  TemporaryFile temporary(base, name);
+  writeAndSync(temporary.file(), bytes, temporary.path());
+  if (::rename(temporary.path().c_str(), path.c_str()) != 0) throw failed(path, "made", errno);
+  Descriptor file = temporary.moved();
+  syncDirectory(base + "/" + place);
+  return file;
+}
+
+void moveDurably(const std::string& base, const std::string& from, const std::string& to, const std::string& name) {
+  const std::string path = base + "/" + to + "/" + name;
+  if (!renameToNew(base + "/" + from + "/" + name, path)) throw failed(path, "made", errno);
+  // The new name first: a crash in between may leave both, never neither.
+  syncDirectory(base + "/" + to);
+  syncDirectory(base + "/" + from);
+}
+
+void removeDurably(const std::string& base, const std::string& place, const std::string& name) {
+  const std::string path = base + "/" + place + "/" + name;
+  if (::unlink(path.c_str()) != 0) throw failed(path, "removed", errno);
+  syncDirectory(base + "/" + place);
+}
+
+void giveToOwner(const std::string& base, const std::string& name) {
+  if (::geteuid() != 0) return;
+  const std::string path = base + "/" + name;
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!file.isOpen()) throw failed(path, "opened", errno);
+  giveToOwnerOf(base, file, path);
+}
+
+void sweepTemporary(const std::string& base) {
+  for (const std::string& name : namesIn(base + "/tmp")) {
+    const std::string path = base + "/tmp/" + name;
+    const Descriptor file(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+    // What cannot be opened is nobody's temporary file, or gone by now.
+    if (file.isOpen() && tryLock(file, path)) ::unlink(path.c_str());
+  }
 }
 
 }  // namespace Velmar::Host

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "host/common/host_config.h"
 #include "host/mail_builder/spool.h"
 
 namespace Velmar::Host {
@@ -15,6 +16,11 @@ using Sink = std::function<void(const QueuedMail&)>;
 
 std::mutex sinkMutex;
 std::shared_ptr<const Sink> currentSink;
+
+SpoolFloor configuredFloor() {
+  const QueueConfig& config = hostConfig().queue;
+  return {config.minFreeMib, config.minFreeInodes};
+}
 
 }  // namespace
 
@@ -31,7 +37,12 @@ void acceptMail(const QueuedMail& mail) {
     sink = currentSink;
   }
   if (sink) return (*sink)(mail);
-  writeToSpool(mail);
+  writeToSpool(mail, configuredFloor());
+}
+
+void checkSpoolRoom() {
+  const std::string fault = spoolSpaceFault(spoolPath(), 0, configuredFloor());
+  if (!fault.empty()) throw Exception("SpoolException", 4, "MailSink", __LINE__, spoolPath() + ": " + fault);
 }
 
 }  // namespace Velmar::Host

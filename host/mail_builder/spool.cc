@@ -3,126 +3,44 @@
 
 #include "host/mail_builder/spool.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <ctime>
-#include <memory>
 #include <optional>
+#include <tuple>
 
 #include "host/common/directories.h"
 #include "host/common/root.h"
 #include "host/mail_builder/durable_file.h"
+#include "host/mail_builder/file_lock.h"
+#include "host/mail_builder/spool_envelope.h"
 #include "host/mail_builder/system_file.h"
-#include "platform/types.h"
 
 namespace Velmar::Host {
 namespace {
 
-constexpr std::size_t kMaxMail = std::size_t{64} << 20;
-constexpr std::size_t kMaxEnvelope = std::size_t{4} << 20;
-constexpr std::string_view kVersion = "1";
-
 constexpr std::string_view kSpool = "/var/spool/velmar";
+constexpr const char* kPlaces[] = {"tmp", "new", "failed"};
 
-std::string spoolDirectory() { return underRoot(kSpool); }
-
-Exception fault(const std::string& path, const std::string& reason) {
-  return Exception("SpoolException", 4, "Spool", __LINE__, "spool file " + path + ": " + reason);
-}
-
-std::string envelopeText(const QueuedMail& mail, std::time_t queuedAt) {
-  std::string text = "Velmar-Spool: " + std::string(kVersion) + "\nId: " + mail.id + "\nSender: " + mail.sender + "\n";
-  for (const std::string& recipient : mail.recipients) text += "Recipient: " + recipient + "\n";
-  text += mail.suppressDsn ? "Notify: never\n" : "Notify: default\n";
-  return text + "Queued: " + std::to_string(queuedAt) + "\n\n";
-}
-
-bool isBareAddress(const std::string& text) {
-  const EmailAddress address = EmailAddress::rfc5322Parse(text, true);
-  return !address.isEmptyAddress() && address.address() == text;
-}
-
-/// Takes "NAME: VALUE" lines off the front of an envelope.
-class EnvelopeReader {
- public:
-  EnvelopeReader(std::string_view text, const std::string& path) : text_(text), path_(path) {}
-
-  /// The value of the next line when it has this name.
-  std::optional<std::string> next(std::string_view name) {
-    const std::size_t end = text_.substr(0, kMaxEnvelope).find('\n', at_);
-    if (end == std::string_view::npos) throw fault(path_, "the envelope has no end");
-    const std::string_view line = text_.substr(at_, end - at_);
-    if (line.substr(0, name.size()) != name || line.substr(name.size(), 2) != ": ") return {};
-    at_ = end + 1;
-    return std::string(line.substr(name.size() + 2));
+void makePlaces() {
+  for (const char* place : kPlaces) {
+    makeDirectories(std::string(kSpool) + "/" + place);
+    giveToOwner(spoolPath(), place);
   }
-
-  std::string required(std::string_view name) {
-    auto value = next(name);
-    if (!value) throw fault(path_, "no line " + std::string(name) + " where it belongs");
-    return *value;
-  }
-
-  std::string address(std::string value) const {
-    if (!isBareAddress(value)) throw fault(path_, "no mail address: \"" + value + "\"");
-    return value;
-  }
-
-  /// Behind the empty line.
-  std::size_t end() const {
-    if (at_ >= text_.size() || text_[at_] != '\n') throw fault(path_, "no empty line behind the envelope");
-    return at_ + 1;
-  }
-
- private:
-  std::string_view text_;
-  const std::string& path_;
-  std::size_t at_ = 0;
-};
-
-long long parseSeconds(const std::string& digits, const std::string& path) {
-  long long seconds = -1;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
-  if (error != std::errc() || end != digits.data() + digits.size() || seconds < 0) {
-    throw fault(path, "no time: \"" + digits + "\"");
-  }
-  return seconds;
-}
-
-struct SpoolFile {
-  Descriptor descriptor{-1};
-  std::size_t size = 0;
-};
-
-/// The opened file; not open when there is none.
-SpoolFile openSpoolFile(const std::string& path) {
-  SpoolFile file;
-  file.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
-  if (!file.descriptor.isOpen()) {
-    if (errno == ENOENT) return file;
-    throw fault(path, errorText(errno));
-  }
-  struct stat status {};
-  if (::fstat(file.descriptor.get(), &status) != 0) throw fault(path, errorText(errno));
-  if (!S_ISREG(status.st_mode)) throw fault(path, "is not a regular file");
-  file.size = static_cast<std::size_t>(status.st_size);
-  return file;
 }
 
 /// The front of a file up to the end of its envelope, or as much as an envelope may have.
-std::string readEnvelope(const SpoolFile& file, const std::string& path) {
+std::string readEnvelope(const Descriptor& file, const std::string& path) {
   std::string text;
   std::size_t step = 4096;
   while (text.find("\n\n") == std::string::npos && text.size() < kMaxEnvelope) {
     const std::size_t before = text.size();
     text.resize(before + step);
-    const ssize_t got = ::pread(file.descriptor.get(), text.data() + before, step, static_cast<off_t>(before));
-    if (got < 0 && errno != EINTR) throw fault(path, errorText(errno));
+    const ssize_t got = ::pread(file.get(), text.data() + before, step, static_cast<off_t>(before));
+    if (got < 0 && errno != EINTR) throw spoolFault(path, errorText(errno));
     text.resize(before + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     if (got == 0) break;
     step = std::max(step, text.size());
@@ -130,110 +48,128 @@ std::string readEnvelope(const SpoolFile& file, const std::string& path) {
   return text;
 }
 
-std::optional<SpoolEntry> readEntry(const std::string& path) {
-  const SpoolFile file = openSpoolFile(path);
-  if (!file.descriptor.isOpen()) return {};
+std::optional<SpoolEntry> readEntry(SpoolState state, const std::string& path) {
+  const Descriptor file = openSpoolFile(path, O_RDONLY);
+  if (!file.isOpen()) return {};
   SpoolEnvelope envelope = parseSpoolEnvelope(readEnvelope(file, path), path);
-  envelope.entry.size = file.size - envelope.mailStart;
+  envelope.entry.state = state;
+  envelope.entry.size = static_cast<std::size_t>(statusOf(file, path).st_size) - envelope.mailStart;
   return envelope.entry;
 }
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const noexcept { ::closedir(directory); }
-};
-
-/// The names in new/; a missing directory has none.
-std::vector<std::string> spoolNames(const std::string& path) {
-  std::vector<std::string> names;
-  const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(path.c_str()));
-  if (!directory) {
-    if (errno == ENOENT) return names;
-    throw fault(path, errorText(errno));
-  }
-  for (;;) {
-    errno = 0;
-    const struct dirent* entry = ::readdir(directory.get());
-    if (!entry && errno != 0) throw fault(path, errorText(errno));
-    if (!entry) return names;
-    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-  }
+/// A file that cannot be read is an entry that says so: it must not hide the others.
+std::optional<SpoolEntry> entryOf(SpoolState state, const std::string& id) try {
+  return readEntry(state, spoolPath(state, id));
+} catch (const Exception& e) {
+  SpoolEntry entry;
+  entry.id = id;
+  entry.state = SpoolState::kUnreadable;
+  entry.lastReply = e.text();
+  return entry;
 }
 
-bool isQueueId(const std::string& id) {
-  return isPathComponent(id) && std::all_of(id.begin(), id.end(), [](char c) {
-           return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
-         });
+void sortByAge(std::vector<SpoolEntry>& entries) {
+  std::sort(entries.begin(), entries.end(), [](const SpoolEntry& a, const SpoolEntry& b) {
+    return a.queuedAt != b.queuedAt ? a.queuedAt < b.queuedAt : madeBefore(a.id, b.id);
+  });
 }
 
 }  // namespace
 
+std::string spoolPath() { return underRoot(kSpool); }
+
+std::string spoolPlace(SpoolState state) { return state == SpoolState::kFailed ? "failed" : "new"; }
+
+std::string spoolPath(SpoolState state, const std::string& id) {
+  return spoolPath().append("/").append(spoolPlace(state)).append("/").append(id);
+}
+
 void checkSpool() {
-  for (const char* part : {"/tmp", "/new"}) {
-    makeDirectories(std::string(kSpool) + part);
-    const std::string path = spoolDirectory() + part;
-    if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0) throw fault(path, errorText(errno));
+  makePlaces();
+  for (const char* place : kPlaces) {
+    const std::string path = spoolPath() + "/" + place;
+    if (::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
+      throw spoolFault(path, errorText(errno));
+    }
   }
 }
 
-void writeToSpool(const QueuedMail& mail) {
-  const std::string directory = spoolDirectory();
+void writeToSpool(const QueuedMail& mail, const SpoolFloor& floor) {
+  const std::string path = spoolPath(SpoolState::kWaiting, mail.id);
   if (mail.content.size() > kMaxMail) {
-    throw fault(directory + "/new/" + mail.id, "the mail is larger than " + std::to_string(kMaxMail) + " bytes");
+    throw spoolFault(path, "the mail is larger than " + std::to_string(kMaxMail) + " bytes");
   }
-  std::string text = envelopeText(mail, std::time(nullptr));
-  if (text.size() > kMaxEnvelope) throw fault(directory + "/new/" + mail.id, "too many recipients");
-  for (const char* part : {"/tmp", "/new"}) makeDirectories(std::string(kSpool) + part);
-  createDurably(directory, mail.id, text.append(mail.content));
+  SpoolEntry entry;
+  entry.id = mail.id;
+  entry.sender = mail.sender;
+  entry.recipients = mail.recipients;
+  entry.suppressDsn = mail.suppressDsn;
+  entry.queuedAt = std::time(nullptr);
+  std::string text = spoolEnvelopeText(entry);
+  if (text.size() > kMaxNewEnvelope) throw spoolFault(path, "too many recipients");
+  text += mail.content;
+  makePlaces();
+  const std::string fault = spoolSpaceFault(spoolPath(), text.size(), floor);
+  if (!fault.empty()) throw spoolFault(path, fault);
+  createDurably(spoolPath(), mail.id, text);
 }
 
-SpoolEnvelope parseSpoolEnvelope(std::string_view text, const std::string& path) {
-  EnvelopeReader in(text, path);
-  SpoolEnvelope envelope;
-  SpoolEntry& entry = envelope.entry;
-  if (in.required("Velmar-Spool") != kVersion) throw fault(path, "unknown version");
-  entry.id = in.required("Id");
-  if (!isQueueId(entry.id) || path.substr(path.rfind('/') + 1) != entry.id) {
-    throw fault(path, "has the id \"" + entry.id + "\"");
-  }
-  entry.sender = in.required("Sender");
-  if (!entry.sender.empty()) in.address(entry.sender);
-  entry.recipients.push_back(in.address(in.required("Recipient")));
-  while (auto recipient = in.next("Recipient")) entry.recipients.push_back(in.address(*recipient));
-  const std::string notify = in.required("Notify");
-  if (notify != "never" && notify != "default") throw fault(path, "unknown Notify: \"" + notify + "\"");
-  entry.suppressDsn = notify == "never";
-  entry.queuedAt = parseSeconds(in.required("Queued"), path);
-  envelope.mailStart = in.end();
-  return envelope;
-}
-
-std::vector<SpoolEntry> listSpool() {
-  const std::string directory = spoolDirectory() + "/new";
+std::vector<SpoolEntry> listSpool(SpoolState state) {
   std::vector<SpoolEntry> entries;
-  for (const std::string& name : spoolNames(directory)) {
+  for (const std::string& id : namesIn(spoolPath() + "/" + spoolPlace(state))) {
     // One that is gone by now has been handed on.
-    if (auto entry = readEntry(std::string(directory).append("/").append(name))) entries.push_back(std::move(*entry));
+    if (auto entry = entryOf(state, id)) entries.push_back(std::move(*entry));
   }
-  std::sort(entries.begin(), entries.end(), [](const SpoolEntry& a, const SpoolEntry& b) {
-    return a.queuedAt != b.queuedAt ? a.queuedAt < b.queuedAt : a.id < b.id;
-  });
+  sortByAge(entries);
   return entries;
 }
 
-QueuedMail readSpool(const std::string& id) {
-  const std::string path = spoolDirectory() + "/new/" + id;
-  if (!isQueueId(id)) throw fault(path, "is no queue id");
-  const SpoolFile file = openSpoolFile(path);
-  if (!file.descriptor.isOpen()) throw fault(path, errorText(ENOENT));
-  std::string text = readUpTo(file.descriptor.get(), kMaxEnvelope + kMaxMail, path);
+std::vector<SpoolEntry> listSpool() {
+  std::vector<SpoolEntry> entries = listSpool(SpoolState::kWaiting);
+  for (SpoolEntry& entry : listSpool(SpoolState::kFailed)) entries.push_back(std::move(entry));
+  sortByAge(entries);
+  return entries;
+}
+
+Descriptor openSpoolFile(const std::string& path, int access) {
+  Descriptor file(::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!file.isOpen()) {
+    if (errno == ENOENT) return file;
+    throw spoolFault(path, errorText(errno));
+  }
+  if (!S_ISREG(statusOf(file, path).st_mode)) throw spoolFault(path, "is not a regular file");
+  return file;
+}
+
+SpoolMail readSpoolFile(const Descriptor& file, SpoolState state, const std::string& path) {
+  std::string text = readUpTo(file.get(), kMaxEnvelope + kMaxMail, path);
   SpoolEnvelope envelope = parseSpoolEnvelope(text, path);
-  QueuedMail mail;
-  mail.id = std::move(envelope.entry.id);
-  mail.sender = std::move(envelope.entry.sender);
-  mail.recipients = std::move(envelope.entry.recipients);
-  mail.suppressDsn = envelope.entry.suppressDsn;
-  mail.content = text.erase(0, envelope.mailStart);
-  return mail;
+  envelope.entry.state = state;
+  text.erase(0, envelope.mailStart);
+  envelope.entry.size = text.size();
+  return {std::move(envelope.entry), std::move(text)};
+}
+
+QueuedMail queuedMail(SpoolMail mail) {
+  QueuedMail queued;
+  queued.id = std::move(mail.entry.id);
+  queued.sender = std::move(mail.entry.sender);
+  queued.recipients = std::move(mail.entry.recipients);
+  queued.suppressDsn = mail.entry.suppressDsn;
+  queued.content = std::move(mail.content);
+  return queued;
+}
+
+QueuedMail readSpool(const std::string& id) {
+  const std::string waiting = spoolPath(SpoolState::kWaiting, id);
+  if (!isQueueId(id)) throw spoolFault(waiting, "is no queue id");
+  // It may move while we look; back to waiting only when somebody retries it.
+  for (const SpoolState state : {SpoolState::kWaiting, SpoolState::kFailed, SpoolState::kWaiting}) {
+    const std::string path = spoolPath(state, id);
+    const Descriptor file = openSpoolFile(path, O_RDONLY);
+    if (file.isOpen()) return queuedMail(readSpoolFile(file, state, path));
+  }
+  throw spoolFault(waiting, errorText(ENOENT));
 }
 
 }  // namespace Velmar::Host

@@ -2,10 +2,12 @@
 
 #include "host/mail_builder/system_file.h"
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -15,6 +17,14 @@ namespace Velmar::Host {
 namespace {
 
 constexpr std::size_t kStep = std::size_t{64} << 10;
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const noexcept { ::closedir(directory); }
+};
+
+Exception notListed(const std::string& path) {
+  return Exception("FileException", 4, "SystemFile", __LINE__, path + " cannot be listed: " + errorText(errno));
+}
 
 long long nanoseconds(const struct timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
 
@@ -43,6 +53,22 @@ std::string readUpTo(int fd, std::size_t limit, const std::string& path) {
       throw Exception("FileException", 4, "SystemFile", __LINE__,
                       path + " is larger than " + std::to_string(limit) + " bytes");
     }
+  }
+}
+
+std::vector<std::string> namesIn(const std::string& path) {
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(path.c_str()));
+  if (!directory) {
+    if (errno == ENOENT) return names;
+    throw notListed(path);
+  }
+  for (;;) {
+    errno = 0;
+    const struct dirent* entry = ::readdir(directory.get());
+    if (!entry && errno != 0) throw notListed(path);
+    if (!entry) return names;
+    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
   }
 }
 

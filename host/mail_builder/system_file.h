@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "host/common/descriptor.h"
 
@@ -26,6 +27,10 @@ FileIdentity identityOf(const struct stat& status) noexcept;
 
 /// The rest of an open file. Throws Exception naming `path` when it cannot be read or holds more than `limit` bytes.
 std::string readUpTo(int fd, std::size_t limit, const std::string& path);
+
+/// The names in a directory, in no order, without those that start with a dot; a missing directory has none.
+/// Throws Exception naming `path` when it cannot be listed.
+std::vector<std::string> namesIn(const std::string& path);
 
 /// The text of an error number ("Permission denied"). Any thread.
 std::string errorText(int error);

@@ -1,5 +1,5 @@
-// Lists the mailboxes of a domain, for the command's runs over many recipients. It looks at directories only, never
-// into a quarantine.
+// Finds and lists mailboxes, for the command's runs over many recipients. It looks at directories only, never into a
+// quarantine.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,18 +35,23 @@ bool exists(const Descriptor& parent, const std::string& name, const std::string
   throw systemError(__LINE__, "cannot examine", parentPath + "/" + name, errno);
 }
 
+std::string domainDirectory(const std::string& domain) {
+  return underRoot("/home/" + checkedComponent("domain", domain));
+}
+
 }  // namespace
 
+bool domainDirectoryExists(const std::string& domain) {
+  return openDirectory(domainDirectory(domain), O_PATH).isOpen();
+}
+
 bool mailboxExists(const std::string& address) {
-  const std::string path = mailboxDirectory(address);
-  const std::size_t slash = path.rfind('/');
-  const std::string domain = underRoot(path.substr(0, slash));
-  const Descriptor directory = openDirectory(domain, O_PATH);
-  return directory && exists(directory, path.substr(slash + 1), domain, S_IFDIR);
+  const std::string path = underRoot(mailboxDirectory(address));
+  return openDirectory(path, O_PATH).isOpen();
 }
 
 std::vector<std::string> mailboxesOfDomain(const std::string& domain) {
-  const std::string path = underRoot("/home/" + checkedComponent("domain", domain));
+  const std::string path = domainDirectory(domain);
   const Descriptor directory = openDirectory(path, O_PATH);
   Descriptor listed = openDirectory(path, O_RDONLY);
   if (!directory || !listed) return {};

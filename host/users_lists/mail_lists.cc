@@ -34,11 +34,13 @@ const std::string& storable(const char* what, const std::string& text) {
 
 std::vector<std::string> namesInOrder(const std::string& owner, const std::string& list) {
   const std::string ownerKey = addressKey(owner);
-  return withState([&](soci::session& session) {
-    const soci::rowset<std::string> rows =
-        (session.prepare << "SELECT entry FROM list_entry WHERE owner_key = :o AND list = :l ORDER BY id",
-         soci::use(ownerKey), soci::use(list));
-    return std::vector<std::string>(rows.begin(), rows.end());
+  return withState([&](StateSession& state) {
+    std::vector<std::string> names;
+    for (const auto& [entry] : state.rows<std::string>(
+             "SELECT entry FROM list_entry WHERE owner_key = :o AND list = :l ORDER BY id", {ownerKey, list})) {
+      names.push_back(entry);
+    }
+    return names;
   });
 }
 
@@ -71,11 +73,12 @@ int mail_list_find(const char* owner, const char* list, const char* entry, int) 
   const std::string ownerKey = addressKey(given("list owner", owner));
   const std::string listName = given("list name", list);
   const std::string entryKey = addressKey(given("list entry", entry));
-  return withState([&](soci::session& session) {
-    int found = 0;
-    session << "SELECT count(*) FROM list_entry WHERE owner_key = :o AND list = :l AND entry_key = :e",
-        soci::use(ownerKey), soci::use(listName), soci::use(entryKey), soci::into(found);
-    return found;
+  return withState([&](StateSession& state) {
+    return state.rows<long long>("SELECT 1 FROM list_entry WHERE owner_key = :o AND list = :l AND entry_key = :e",
+                                 {ownerKey, listName, entryKey})
+                   .empty()
+               ? 0
+               : 1;
   });
 }
 
@@ -83,10 +86,10 @@ int mail_list_delete_from(const char* owner, const char* list, const char* entry
   const std::string ownerKey = addressKey(given("list owner", owner));
   const std::string listName = given("list name", list);
   const std::string entryKey = addressKey(given("list entry", entry));
-  return withState([&](soci::session& session) {
-    StateChange change(session);
-    session << "DELETE FROM list_entry WHERE owner_key = :o AND list = :l AND entry_key = :e", soci::use(ownerKey),
-        soci::use(listName), soci::use(entryKey);
+  return withState([&](StateSession& state) {
+    StateChange change(state);
+    state.run("DELETE FROM list_entry WHERE owner_key = :o AND list = :l AND entry_key = :e",
+              {ownerKey, listName, entryKey});
     change.commit();
     return 0;
   });
@@ -104,23 +107,24 @@ void addListEntry(const std::string& owner, const std::string& list, const std::
   const std::string ownerKey = addressKey(storable("list owner", owner));
   const std::string entryKey = addressKey(storable("list entry", entry));
   storable("list name", list);
-  withState([&](soci::session& session) {
-    StateChange change(session);
-    session << "INSERT INTO list_entry (owner_key, list, entry_key, owner, entry) VALUES (:k, :l, :e, :o, :t) "
-               "ON CONFLICT DO NOTHING",
-        soci::use(ownerKey), soci::use(list), soci::use(entryKey), soci::use(owner), soci::use(entry);
+  withState([&](StateSession& state) {
+    StateChange change(state);
+    state.run(
+        "INSERT INTO list_entry (owner_key, list, entry_key, owner, entry) VALUES (:k, :l, :e, :o, :t) "
+        "ON CONFLICT DO NOTHING",
+        {ownerKey, list, entryKey, owner, entry});
     change.commit();
   });
 }
 
 std::vector<std::pair<std::string, std::string>> listEntries(const std::string& owner) {
   const std::string ownerKey = addressKey(owner);
-  return withState([&](soci::session& session) {
-    const soci::rowset<soci::row> rows =
-        (session.prepare << "SELECT list, entry FROM list_entry WHERE owner_key = :o ORDER BY list, id",
-         soci::use(ownerKey));
+  return withState([&](StateSession& state) {
     std::vector<std::pair<std::string, std::string>> entries;
-    for (const soci::row& row : rows) entries.emplace_back(row.get<std::string>(0), row.get<std::string>(1));
+    for (const auto& [list, entry] : state.rows<std::string, std::string>(
+             "SELECT list, entry FROM list_entry WHERE owner_key = :o ORDER BY list, id", {ownerKey})) {
+      entries.emplace_back(list, entry);
+    }
     return entries;
   });
 }

@@ -33,10 +33,9 @@ void checkLanguage(const std::string& language) {
 
 // "" when there is none.
 std::string preferredLanguage(const std::string& key) {
-  return withState([&](soci::session& session) {
-    std::string language;
-    session << "SELECT language FROM preference WHERE address_key = :a", soci::use(key), soci::into(language);
-    return session.got_data() ? language : std::string();
+  return withState([&](StateSession& state) {
+    const auto found = state.rows<std::string>("SELECT language FROM preference WHERE address_key = :a", {key});
+    return found.empty() ? std::string() : std::get<0>(found.front());
   });
 }
 
@@ -62,12 +61,12 @@ void setPreferredLanguage(const std::string& address, const std::string& languag
   checkLanguage(language);
   if (address.empty()) throw preferenceError(__LINE__, 4, "address of a language preference is empty");
   const std::string key = addressKey(address);
-  withState([&](soci::session& session) {
-    StateChange change(session);
-    session << "DELETE FROM preference WHERE address_key = :k", soci::use(key);
+  withState([&](StateSession& state) {
+    StateChange change(state);
+    state.run("DELETE FROM preference WHERE address_key = :k", {key});
     if (!language.empty()) {
-      session << "INSERT INTO preference (address_key, address, language) VALUES (:k, :a, :l)", soci::use(key),
-          soci::use(address), soci::use(language);
+      state.run("INSERT INTO preference (address_key, address, language) VALUES (:k, :a, :l)",
+                {key, address, language});
     }
     change.commit();
   });

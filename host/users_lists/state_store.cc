@@ -1,171 +1,153 @@
-// Opens the state store and keeps one session a thread. Called by the list and preference operations through
-// withState. It never answers for the store: whatever cannot be read, written or understood is an exception, since
-// "not in the list" leads to deleted links.
+// Opens the state store, keeps one session a thread, and brings its schema up to date. Called by the operations on
+// lists, preferences and scheduled runs through withState. It never answers for the store: whatever cannot be read,
+// written or understood is an exception, since "not in the list" leads to deleted links.
 
 #include "host/users_lists/state_store.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <memory>
 #include <mutex>
 #include <set>
-#include <system_error>
-#include <thread>
 
-#include "host/common/directories.h"
+#include "host/common/host_config.h"
 #include "host/common/root.h"
+#include "host/host.h"
 
 namespace Velmar::Host {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kStateDirectory[] = "/var/lib/velmar";
-constexpr int kSchemaVersion = 1;
+constexpr int kSchemaVersion = 2;
 
-// Bytes as given stand beside the key they are found by. `id` grows for ever: it is the order of addition.
-constexpr const char* kSchema[] = {
-    "CREATE TABLE list_entry (id INTEGER PRIMARY KEY AUTOINCREMENT, owner_key TEXT NOT NULL, list TEXT NOT NULL, "
-    "entry_key TEXT NOT NULL, owner TEXT NOT NULL, entry TEXT NOT NULL, UNIQUE (owner_key, list, entry_key))",
-    "CREATE TABLE preference (address_key TEXT PRIMARY KEY, address TEXT NOT NULL, language TEXT NOT NULL)",
+// What leads to each version of the schema from the one before. {KEY} is a key that grows for ever, {TEXT} a text.
+// Bytes as given stand beside the key they are found by; `id` is the order of addition.
+// In reported_until the address "" stands for the whole domain.
+constexpr struct {
+  int version;
+  const char* statement;
+} kSchemaSteps[] = {
+    {1,
+     "CREATE TABLE list_entry (id {KEY}, owner_key {TEXT} NOT NULL, list {TEXT} NOT NULL, entry_key {TEXT} NOT NULL, "
+     "owner {TEXT} NOT NULL, entry {TEXT} NOT NULL, UNIQUE (owner_key, list, entry_key))"},
+    {1, "CREATE TABLE preference (address_key {TEXT} PRIMARY KEY, address {TEXT} NOT NULL, language {TEXT} NOT NULL)"},
+    {2,
+     "CREATE TABLE reported (domain {TEXT} NOT NULL, address {TEXT} NOT NULL, reported_until BIGINT NOT NULL, "
+     "PRIMARY KEY (domain, address))"},
 };
 
 std::atomic<std::chrono::milliseconds> lockTimeout{5s};
 
-// Which file a session has open; another one may take its place while the session lives.
-struct FileIdentity {
-  dev_t device = 0;
-  ino_t inode = 0;
+// The URL that stands in for the configured one.
+std::mutex urlMutex;
+std::string urlInstead;
 
-  bool operator==(const FileIdentity&) const = default;
-};
-
-FileIdentity identityOf(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return {};
-  return {status.st_dev, status.st_ino};
-}
-
-void makeStateDirectory() try { makeDirectories(kStateDirectory); } catch (const Exception& e) {
-  throw stateError(__LINE__, e.text());
-}
-
-std::string pragma(soci::session& session, const std::string& text) {
-  std::string value;
-  session << "PRAGMA " + text, soci::into(value);
-  return value;
-}
-
-int number(soci::session& session, const std::string& query) {
-  int value = 0;
-  session << query, soci::into(value);
-  return value;
-}
-
-// The error's category does not tell; the text is the database's own.
-bool isLocked(const soci::soci_error& error) {
-  return error.get_error_message().find("database is locked") != std::string::npos;
-}
-
-// Readers and one writer then do not wait for each other. Two processes that do this to a new store at the same
-// moment do not queue up: one is told "locked" at once.
-void useWriteAheadLog(soci::session& session, std::chrono::milliseconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (pragma(session, "journal_mode") != "wal") {
-    try {
-      if (pragma(session, "journal_mode=WAL") == "wal") return;
-      throw stateError(__LINE__, "its directory does not allow a write-ahead log");
-    } catch (const soci::soci_error& error) {
-      if (!isLocked(error) || std::chrono::steady_clock::now() >= deadline) throw;
-      std::this_thread::sleep_for(5ms);
-    }
+std::string stateUrl() {
+  {
+    const std::lock_guard lock(urlMutex);
+    if (!urlInstead.empty()) return urlInstead;
   }
+  return hostConfig().state.url;
+}
+
+std::unique_ptr<StateDatabase> databaseAt(const std::string& url) {
+  return sqliteState(url.substr(std::string_view("sqlite://").size()));
 }
 
 // A store that this process has used cannot be new: whoever reads an empty one in its place would take every list for
 // empty. It is left to the administrator, and nothing is put in its way.
 class KnownStores {
  public:
-  void add(const std::string& path) {
+  void add(const std::string& place) {
     const std::lock_guard lock(mutex_);
-    paths_.insert(path);
+    places_.insert(place);
   }
 
-  void refuseVanished(const std::string& path) {
+  bool hold(const std::string& place) {
     const std::lock_guard lock(mutex_);
-    struct stat status {};
-    if (paths_.count(path) && ::stat(path.c_str(), &status) != 0 && errno == ENOENT) {
-      throw stateError(__LINE__, "it has vanished");
-    }
+    return places_.count(place) != 0;
   }
 
  private:
   std::mutex mutex_;
-  std::set<std::string> paths_;
+  std::set<std::string> places_;
 };
 
 KnownStores knownStores;
 
-void createSchema(soci::session& session) {
-  if (number(session, "SELECT count(*) FROM sqlite_master") != 0) {
-    throw stateError(__LINE__, "it is a database, but not one of this system");
+std::string inWordsOf(const StateDatabase& database, std::string statement) {
+  const std::pair<std::string, const char*> words[] = {{"{KEY}", database.growingKeyType()},
+                                                       {"{TEXT}", database.textType()}};
+  for (const auto& [mark, word] : words) {
+    for (std::size_t at = 0; (at = statement.find(mark)) != std::string::npos;)
+      statement.replace(at, mark.size(), word);
   }
-  for (const char* statement : kSchema) session << statement;
-  session << "PRAGMA user_version = " + std::to_string(kSchemaVersion);
+  return statement;
 }
 
-void checkSchema(soci::session& session) {
-  if (number(session, "PRAGMA user_version") == kSchemaVersion) return;
-  StateChange change(session);
-  const int version = number(session, "PRAGMA user_version");  // another process may have been faster
-  if (version == 0) {
-    createSchema(session);
-  } else if (version != kSchemaVersion) {
-    throw stateError(__LINE__, "its schema version is " + std::to_string(version) + ", this software knows version " +
-                                   std::to_string(kSchemaVersion));
+void takeSchemaSteps(const StateSession& state, int from) {
+  for (const auto& [version, statement] : kSchemaSteps) {
+    if (version > from) state.run(inWordsOf(state.database, statement));
   }
+  state.database.setSchemaVersion(state.sql, kSchemaVersion);
+}
+
+// All steps or none. Another process may be faster, so what is decided is looked at under the lock.
+void bringSchemaUpToDate(const StateSession& state, bool known) {
+  const StateDatabase& database = state.database;
+  if (database.schemaVersion(state.sql) == kSchemaVersion) return;
+  StateChange change(state);
+  const int version = database.schemaVersion(state.sql);
+  if (version == kSchemaVersion) return;
+  if (version < 0 || version > kSchemaVersion) {
+    throw database.error(__LINE__, "its schema version is " + std::to_string(version) +
+                                       ", this software knows version " + std::to_string(kSchemaVersion));
+  }
+  if (version == 0 && known) throw database.error(__LINE__, "it has vanished: what is there now is empty");
+  if (database.isForeign(state.sql, version)) {
+    throw database.error(__LINE__, "it is a database, but not one of this system");
+  }
+  takeSchemaSteps(state, version);
   change.commit();
 }
 
-std::string connectText(const std::string& path) {
-  if (path.find('"') != std::string::npos) throw stateError(__LINE__, "its path holds a double quote");
-  return "dbname=\"" + path + "\"";
-}
+// What a thread has of the store.
+struct ThreadStore {
+  std::string place;  // URL and root that the database was made for
+  std::unique_ptr<StateDatabase> database;
+  std::unique_ptr<soci::session> session;
+  std::string identity;  // of what the session has open
+  pid_t process = 0;     // that opened the session
 
-// One session and what it was opened for.
-struct ThreadSession {
-  explicit ThreadSession(std::string storePath)
-      : path(std::move(storePath)), process(::getpid()), session("sqlite3", connectText(path)) {
-    const std::chrono::milliseconds timeout = lockTimeout.load();
-    // In milliseconds; the connect text takes whole seconds only.
-    pragma(session, "busy_timeout = " + std::to_string(timeout.count()));
-    session << "PRAGMA synchronous = FULL";
-    useWriteAheadLog(session, timeout);
-    checkSchema(session);
-    file = identityOf(path);
+  ~ThreadStore() { abandonInherited(); }
+
+  // A connection must not be used, nor even closed, by a child of the process that opened it: the child leaves it
+  // alone.
+  void abandonInherited() {
+    if (session && process != ::getpid()) static_cast<void>(session.release());
   }
 
-  bool serves(const std::string& storePath) const { return path == storePath && file == identityOf(path); }
-
-  std::string path;
-  pid_t process;
-  soci::session session;
-  FileIdentity file;
+  void open() {
+    const bool known = knownStores.hold(database->place());
+    if (known) database->refuseVanished();
+    auto opened = database->open(lockTimeout.load());
+    bringSchemaUpToDate({*opened, *database}, known);
+    session = std::move(opened);
+    identity = database->identity();
+    process = ::getpid();
+    knownStores.add(database->place());
+  }
 };
 
-thread_local std::unique_ptr<ThreadSession> current;
-
-// A connection must not be used, nor even closed, by a child of the process that opened it: the child leaves it alone.
-void abandonInheritedSession() {
-  if (current && current->process != ::getpid()) static_cast<void>(current.release());
-}
+thread_local ThreadStore current;
 
 }  // namespace
 
-std::string statePath() { return underRoot(std::string(kStateDirectory) + "/state.db"); }
+void setStateUrl(const std::string& url) {
+  const std::lock_guard lock(urlMutex);
+  urlInstead = url;
+}
 
 void setStateLockTimeout(std::chrono::milliseconds timeout) { lockTimeout = timeout; }
 
@@ -178,26 +160,58 @@ std::string addressKey(std::string_view address) {
   return key;
 }
 
-Exception stateError(int line, const std::string& reason) {
-  return Exception("StateException", 4, "StateStore", line, "state store " + statePath() + ": " + reason);
-}
-
-soci::session& threadState() {
-  abandonInheritedSession();
-  const std::string path = statePath();
-  if (!current || !current->serves(path)) {
-    current.reset();
-    knownStores.refuseVanished(path);
-    makeStateDirectory();
-    current = std::make_unique<ThreadSession>(path);
-    knownStores.add(path);
+void StateSession::prepare(soci::statement& prepared, const std::string& text, std::vector<std::string>& values) const {
+  for (std::string& value : values) {
+    value = database.stored(value);
+    prepared.exchange(soci::use(value));
   }
-  return current->session;
+  prepared.alloc();
+  prepared.prepare(text, soci::details::st_one_time_query);
+  prepared.define_and_bind();
 }
 
-void dropThreadState() noexcept { current.reset(); }
+StateDatabase& threadDatabase() {
+  current.abandonInherited();
+  const std::string url = stateUrl();
+  const std::string place = root() + "\n" + url;
+  if (!current.database || current.place != place) {
+    current.session.reset();
+    current.database = databaseAt(url);
+    current.place = place;
+  }
+  return *current.database;
+}
 
-StateChange::StateChange(soci::session& session) : session_(session) { session_ << "BEGIN IMMEDIATE"; }
+Exception stateError(int line, const std::string& reason) { return threadDatabase().error(line, reason); }
+
+StateSession threadState() {
+  const StateDatabase& database = threadDatabase();
+  if (!current.session || current.identity != database.identity()) {
+    current.session.reset();
+    current.open();
+  }
+  return {*current.session, database};
+}
+
+void dropThreadState() noexcept {
+  current.abandonInherited();
+  current.session.reset();
+}
+
+void endFailedState(bool mayRepeat) {
+  try {
+    throw;
+  } catch (const soci::soci_error& error) {
+    const bool broken = current.session && !current.session->is_connected();
+    dropThreadState();
+    if (!broken || !mayRepeat) throw stateError(__LINE__, error.get_error_message());
+  } catch (...) {
+    dropThreadState();
+    throw;
+  }
+}
+
+StateChange::StateChange(const StateSession& state) : session_(state.sql) { state.database.beginChange(session_); }
 
 StateChange::~StateChange() {
   if (!open_) return;
@@ -211,6 +225,17 @@ StateChange::~StateChange() {
 void StateChange::commit() {
   session_ << "COMMIT";
   open_ = false;
+}
+
+std::string checkState() {
+  return withState([](StateSession& state) {
+    StateChange undone(state);
+    for (const char* table : {"list_entry", "preference", "reported"}) {
+      state.rows<long long>(std::string("SELECT count(*) FROM ") + table, {});
+      state.run(std::string("DELETE FROM ") + table + " WHERE 1 = 0");
+    }
+    return state.database.name();
+  });
 }
 
 }  // namespace Velmar::Host

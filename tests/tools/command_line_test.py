@@ -2,7 +2,9 @@
 """
 
 import base64
+import json
 import os
+import pty
 import re
 import shutil
 import subprocess
@@ -12,7 +14,7 @@ from pathlib import Path
 
 COMMAND = os.environ["SPAMREPORT"]
 COMMANDS = ["run", "preview", "check", "lists show", "lists add", "lists remove", "prefs show", "prefs set", "queue list",
-            "queue show", "demo", "events"]
+            "queue show", "queue retry", "queue drop", "queue flush", "demo", "events"]
 PERIOD = ["--period", 86400]
 ONE_OF_ORG = ["run", "--domain", "EXAMPLE.org", *PERIOD, "--recipients"]
 
@@ -57,7 +59,12 @@ class CommandLineTest(unittest.TestCase):
             (["run"], "--domain"),
             (["run", "--all", "--domain", "example.org"], "--all and --domain"),
             (["check", "--templates", "--mailbox", "a@example.org"], "--mailbox and --templates"),
+            (["run", "--all", "--recipients", "a@example.org"], "--all and --recipients"),
             (["run", "--all", "--until", "2026-02-30T08:00"], "2026-02-30T08:00"),
+            (["run", "--scheduled", "--all"], "--scheduled"),
+            (["run", "--scheduled", "--period", "1"], "--period"),
+            (["run", "--scheduled", "--now", "3000-01-01T00:00Z"], "--now"),
+            (["run", "--all", "--afresh"], "--afresh needs --scheduled"),
             (["preview", "a/b@example.org"], "a/b@example.org"),
             (["preview", "a\x1b[2J\nb"], "a\\x1b[2J\\nb"),
             (["lists", "add", "a@example.org", "primaryaddr", "b@example.org,c@example.org"], "b@example.org,c@example.org"),
@@ -216,6 +223,31 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.on_host(*ONE_OF_ORG, "boris@example.org, felix@example.org"),
                          "deleted user  boris@example.org\ndisabled      felix@example.org\n"
                          "2 mailboxes: 1 disabled, 1 of deleted users\n")
+
+    def test_run_for_programs(self):
+        """One JSON document, valid whatever the names on disk; a mailbox that does not exist is no empty one."""
+        os.mkdir(os.fsencode(self.root) + b'/home/example.org/"\xff\x1b~example.org')
+        shutil.rmtree(self.root / "home/example.com")
+        document = json.loads(self.on_host("run", "--all", "--json", "--jobs", 2, *PERIOD, "--until", 1795334400, want=1))
+        outcomes = {mailbox["address"]: mailbox["outcome"] for mailbox in document["mailboxes"]}
+        self.assertEqual(len(outcomes), sum(document["counts"].values()))
+        self.assertEqual({name: outcomes[name] for name in ('"\ufffd\x1b@example.org', "*@example.com")},
+                         {'"\ufffd\x1b@example.org': "failed", "*@example.com": "no_domain"})
+        self.assertEqual({(mailbox["period"], mailbox["until"]) for mailbox in document["mailboxes"]},
+                         {(86400, 1795334400), (None, None)})
+        out = self.on_host("run", *PERIOD, "--recipients", "lone@example.net,chiyo@EXAMPLE.org,typo@example.org", want=1)
+        self.assertRegex(out, r"\Asent  +lone@example.net .*\nsent  +chiyo@example.org .*\nNO MAILBOX  typo@example.org ")
+        self.assertIn("who@nowhere.example", self.on_host("run", "--recipients", "who@nowhere.example", want=2))
+
+    def test_progress_takes_the_place_of_events_on_a_terminal(self):
+        for options, bar, events in [([], True, False), (["--verbose"], False, True), (["--json"], False, True)]:
+            master, terminal = pty.openpty()
+            with os.fdopen(master, "rb", buffering=0) as ours, os.fdopen(terminal, "wb") as theirs:
+                subprocess.run([COMMAND, "run", "--all", *map(str, PERIOD), "--root", self.root, *options], check=True,
+                               stdout=subprocess.DEVNULL, stderr=theirs, timeout=120)
+                shown = ours.read(65536)
+            self.assertEqual((b" of 10" in shown, b"report-built" in shown), (bar, events), options)
+            self.assertEqual(shown.endswith(b"\r\x1b[K"), bar, options)
 
     def test_stderr_of_run_follows_the_configuration(self):
         arguments = [*ONE_OF_ORG, "felix@example.org", "--root", self.root]

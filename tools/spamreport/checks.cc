@@ -9,7 +9,7 @@
 
 #include "host/host.h"
 #include "platform/config_store.h"
-#include "tools/spamreport/schedule_text.h"
+#include "tools/spamreport/schedule.h"
 #include "tools/spamreport/time_text.h"
 
 namespace Velmar::Tool {
@@ -32,11 +32,21 @@ std::uint32_t configuredSchedule() {
   return schedule;
 }
 
+std::string hoursText(std::uint32_t schedule) {
+  std::string text;
+  for (int hour = 0; hour < 24; ++hour) {
+    if ((schedule >> hour & 1U) != 0) text += (text.empty() ? "" : ", ") + std::to_string(hour);
+  }
+  return text;
+}
+
 std::vector<Finding> lookAtSchedule() {
+  constexpr std::int64_t kTwoDays = 172800;  // a day may lack an hour
   const std::uint32_t schedule = configuredSchedule();
-  const std::int64_t next = nextDue(schedule, std::time(nullptr));
-  if (next == 0) return note("no hour is scheduled");
-  return good("reports at " + hoursText(schedule) + " h, next due " + localTimeText(next));
+  const std::int64_t now = std::time(nullptr);
+  const std::vector<std::int64_t> next = scheduledInstants(schedule, now + 1, now + kTwoDays);
+  if (next.empty()) return note("no hour is scheduled");
+  return good("reports at " + hoursText(schedule) + " h, next due " + localTimeText(next.front()));
 }
 
 }  // namespace

@@ -43,6 +43,8 @@ void addTemplateChecks(Checks& checks);
 void addImageChecks(Checks& checks);
 /// State store, spool, secret, log file, and the other files that the configuration names.
 void addFileChecks(Checks& checks);
+/// The mail server that takes the reports, and the directory servers.
+void addServerChecks(Checks& checks);
 /// The domains' directories, some of their mailboxes, and how many of these take part.
 void addMailboxChecks(Checks& checks);
 

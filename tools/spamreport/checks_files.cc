@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
@@ -12,7 +13,6 @@
 #include <system_error>
 
 #include "host/host.h"
-#include "platform/users_lists.h"
 #include "tools/spamreport/checks.h"
 #include "tools/spamreport/time_text.h"
 
@@ -22,32 +22,24 @@ namespace {
 namespace fs = std::filesystem;
 using Host::ConfiguredFile;
 
-/// A write that changes nothing: it takes the store's write lock and looks for an entry that nobody has.
-std::vector<Finding> lookAtStateStore() {
-  mail_list_names names;
-  mail_list_get_names("postmaster@localhost", "primaryaddr", &names, 0, 0);
-  mail_list_free_names(&names);
-  mail_list_delete_from("postmaster@localhost", "no such list", "no such entry", 0);
-  return good("can be read and written");
-}
-
-std::string queueText() {
-  const std::vector<Host::SpoolEntry> entries = Host::listSpool();
-  if (entries.empty()) return "empty";
-  const std::string oldest = durationText(static_cast<std::int64_t>(std::time(nullptr)) - entries.front().queuedAt);
-  return counted(entries.size(), "mail waits", "mails wait") + ", the oldest for " + oldest;
-}
+std::vector<Finding> lookAtStateStore() { return good(Host::checkState() + " can be read and written"); }
 
 std::vector<Finding> lookAtSpool() {
   Host::checkSpool();
-  const Host::SpoolRoom room = Host::spoolRoom();
-  const std::string queue = queueText();
-  const bool files = room.freeFiles >= 0;
-  const std::string free = std::to_string(room.freeMib) + " MiB" +
-                           (files ? " and " + std::to_string(room.freeFiles) + " files" : "") + " free";
-  if (room.freeMib >= room.leastMib && (!files || room.freeFiles >= room.leastFiles)) return good(queue + "; " + free);
-  return bad(free + ", but " + std::to_string(room.leastMib) + " MiB and " + std::to_string(room.leastFiles) +
-             " files must be, or no mail is accepted");
+  Host::checkSpoolRoom();
+  std::size_t waiting = 0;
+  std::size_t failed = 0;
+  long long oldest = std::time(nullptr);
+  for (const Host::SpoolEntry& entry : Host::listSpool()) {
+    if (entry.state == Host::SpoolState::kUnreadable) throw std::runtime_error(entry.lastReply);
+    ++(entry.state == Host::SpoolState::kWaiting ? waiting : failed);
+    if (entry.state == Host::SpoolState::kWaiting) oldest = std::min(oldest, entry.queuedAt);
+  }
+  const std::string failures = counted(failed, "mail has failed", "mails have failed") + ", see spamreport queue list";
+  if (waiting == 0) return failed == 0 ? good("empty") : note(failures);
+  const std::string waits = counted(waiting, "mail waits", "mails wait") + ", the oldest for " +
+                            durationText(static_cast<std::int64_t>(std::time(nullptr)) - oldest);
+  return failed == 0 ? good(waits) : note(waits + "; " + failures);
 }
 
 std::vector<Finding> lookAtSecret() {
@@ -118,7 +110,7 @@ Check fileCheck(const ConfiguredFile& file) {
 void addFileChecks(Checks& checks) {
   checks.push_back(
       {"state store", lookAtStateStore,
-       "let this user read and write var/lib/velmar and state.db in it; when another program holds it, end that one"});
+       "let this user read and write what [state] of the configuration names, by default state.db in var/lib/velmar"});
   checks.push_back({"spool", lookAtSpool,
                     "let this user read and write var/spool/velmar, move away what is damaged, make room there"});
   checks.push_back(

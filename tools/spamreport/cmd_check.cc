@@ -59,6 +59,7 @@ Checks chosenChecks(const CheckOptions& options) {
   if (options.templatesOnly) return checks;
   addImageChecks(checks);
   addFileChecks(checks);
+  addServerChecks(checks);
   addMailboxChecks(checks);
   return checks;
 }

@@ -1,116 +1,109 @@
-// spamreport run: the exported call for some or all mailboxes, and what came of each.
-//
-// The call is made once a mailbox: its events then belong to this mailbox for certain, and one that breaks the call off
-// does not cost those after it their reports.
+// spamreport run: reports for some or all mailboxes, now or by the schedule, and what came of each.
 
-#include <algorithm>
-#include <atomic>
+#include <ctime>
 #include <iostream>
-#include <system_error>
-#include <thread>
 
 #include "host/host.h"
-#include "platform/users_lists.h"
+#include "platform/types.h"
 #include "tools/spamreport/commands.h"
-#include "tools/spamreport/event_collector.h"
-#include "tools/spamreport/outcome.h"
-#include "tools/spamreport/recipients.h"
-#include "tools/spamreport/table.h"
+#include "tools/spamreport/mailbox_list.h"
+#include "tools/spamreport/progress.h"
+#include "tools/spamreport/report_runner.h"
+#include "tools/spamreport/run_scheduled.h"
 #include "tools/spamreport/time_text.h"
-#include "velmar/spamreport.h"
 
 namespace Velmar::Tool {
 namespace {
 
-struct Mailbox {
-  std::string domain;
-  std::string address;
-  std::string fault{};  ///< why it stands for a whole domain whose mailboxes could not be listed; "" = it does not
+/// What a run is to do, and what is known about it before it begins.
+struct Plan {
+  std::vector<ReportTask> tasks;
+  std::vector<RunResult> told;  ///< domains whose mailboxes could not be listed, or that have none
 };
 
-struct Period {
-  std::int32_t seconds = 0;
-  std::int64_t until = 0;
-};
+void checkScheduled(const RunOptions& options) {
+  if (options.all || !options.domain.empty() || options.recipients) {
+    throw WrongUse("--scheduled is for all mailboxes: --all, --domain and --recipients cannot be used with it");
+  }
+  if (options.period != 0 || options.until != "0") {
+    throw WrongUse("--scheduled works out the period: --period and --until cannot be used with it");
+  }
+}
 
 void checkOptions(const RunOptions& options) {
+  if (options.scheduled) return checkScheduled(options);
+  if (options.now != "0") throw WrongUse("--now needs --scheduled");
+  if (options.afresh) throw WrongUse("--afresh needs --scheduled");
   if (options.all && !options.domain.empty()) throw WrongUse("--all and --domain cannot be used together");
-  if (!options.all && options.domain.empty()) throw WrongUse("say which mailboxes: --domain DOMAIN, or --all");
-  if (options.recipients && options.domain.empty()) throw WrongUse("--recipients needs --domain");
-}
-
-std::vector<Mailbox> chooseMailboxes(const RunOptions& options) {
-  checkOptions(options);
-  std::vector<std::string> domains = Host::configuredDomains();
-  if (!options.all) domains = {chooseDomain(options.domain, domains)};
-  std::vector<Mailbox> mailboxes;
-  for (const std::string& domain : domains) {
-    try {
-      const auto addresses =
-          options.recipients ? parseRecipients(domain, *options.recipients) : Host::mailboxesOfDomain(domain);
-      for (const std::string& address : addresses) mailboxes.push_back({domain, address});
-    } catch (const Exception& e) {
-      mailboxes.push_back({domain, "*@" + domain, e.text()});  // the other domains go on
-    }
+  if (options.all && options.recipients) throw WrongUse("--all and --recipients cannot be used together");
+  if (!options.all && options.domain.empty() && !options.recipients) {
+    throw WrongUse("say which mailboxes: --domain DOMAIN, --recipients LIST, --all, or --scheduled");
   }
-  return mailboxes;
 }
 
-/// mailbox  its address is checked: it has one "@", and no "/"
-bool isDeletedUser(const Mailbox& mailbox) {
-  const std::string local = mailbox.address.substr(0, mailbox.address.find('@'));
-  return vlm_is_deleted_user_path(("/home/" + mailbox.domain + "/" + local + "~" + mailbox.domain).c_str()) != 0;
-}
-
-Outcome reportMailbox(const Mailbox& mailbox, const Period& period, EventCollector& collector) try {
-  if (!mailbox.fault.empty()) return {OutcomeKind::kFailed, mailbox.fault};
-  mailboxAddress(mailbox.address);  // those found on disk may have any name
-  const std::int32_t result =
-      vlm_spamreport_report_byrcpt(mailbox.domain.c_str(), mailbox.address.c_str(), period.seconds, period.until);
-  const std::vector<SeenEvent> events = collector.take();
-  return outcomeOf(events, result != 0, events.empty() && isDeletedUser(mailbox));
+void planDomain(const std::string& domain, const ReportTask& model, Plan& plan) try {
+  const auto addresses = listMailboxes(domain);
+  if (!addresses) return plan.told.push_back(ofWholeDomain(domain, noDirectory()));
+  for (const std::string& address : *addresses) plan.tasks.push_back({{domain, address}, model.period, model.until});
 } catch (const Exception& e) {
-  collector.take();
-  return {OutcomeKind::kFailed, e.text()};
-} catch (const std::exception& e) {
-  collector.take();
-  return {OutcomeKind::kFailed, e.what()};
+  // The other domains go on.
+  plan.told.push_back(ofWholeDomain(domain, {OutcomeKind::kFailed, e.text()}));
 }
 
-/// Reports all mailboxes on up to `jobs` threads. Returns their outcomes in the order of the mailboxes.
-std::vector<Outcome> reportAll(const std::vector<Mailbox>& mailboxes, const Period& period, int jobs) {
-  EventCollector collector;
-  std::vector<Outcome> outcomes(mailboxes.size());
-  std::atomic<std::size_t> next{0};
-  const auto work = [&] {
-    for (std::size_t i = next++; i < mailboxes.size(); i = next++) {
-      outcomes[i] = reportMailbox(mailboxes[i], period, collector);
+Plan makePlan(const RunOptions& options) {
+  const ReportTask model{{}, options.period, parseUntil(options.until)};
+  std::vector<std::string> domains = Host::configuredDomains();
+  if (!options.domain.empty()) domains = {chooseDomain(options.domain, domains)};
+  Plan plan;
+  if (options.recipients) {
+    for (const Mailbox& mailbox : parseRecipients(domains, *options.recipients)) {
+      plan.tasks.push_back({mailbox, model.period, model.until});
     }
-  };
-  std::vector<std::jthread> helpers;
-  try {
-    for (int i = 1; i < jobs; ++i) helpers.emplace_back(work);
-  } catch (const std::system_error&) {
-    // The system has no more threads: those that are there do the work.
+    return plan;
   }
-  work();
-  helpers.clear();
-  return outcomes;
+  for (const std::string& domain : domains) planDomain(domain, model, plan);
+  return plan;
+}
+
+/// On a terminal the progress takes the place of the log events, which would tear it apart.
+bool decideProgress(const RunOptions& options) {
+  const bool shown = !options.verbose && !options.json && canShowProgress();
+  if (shown) Host::setLogToStderr(false);
+  return shown;
+}
+
+std::vector<RunResult> runPlan(const Plan& plan, const RunnerOptions& options) {
+  const std::vector<Outcome> outcomes = runReports(plan.tasks, options);
+  std::vector<RunResult> results = plan.told;
+  for (std::size_t i = 0; i < outcomes.size(); ++i) results.push_back({plan.tasks[i], outcomes[i]});
+  return results;
+}
+
+std::int64_t scheduledNow(const RunOptions& options) {
+  const std::int64_t clock = std::time(nullptr);
+  const std::int64_t given = parseTime("--now", options.now);
+  // The record of scheduled runs would stand in the future, and nothing would be due until then.
+  if (given > clock) throw WrongUse("--now: \"" + options.now + "\": lies in the future");
+  return given;
 }
 
 }  // namespace
 
 int run(const RunOptions& options) {
-  const Period period{options.period, parseUntil(options.until)};
-  const std::vector<Mailbox> mailboxes = chooseMailboxes(options);
-  const std::vector<Outcome> outcomes = reportAll(mailboxes, period, options.jobs);
-  std::vector<std::vector<std::string>> rows;
-  for (std::size_t i = 0; i < mailboxes.size(); ++i) {
-    rows.push_back({kindText(outcomes[i].kind), mailboxes[i].address, outcomes[i].detail});
+  checkOptions(options);
+  const RunnerOptions runner{options.jobs, decideProgress(options)};
+  std::vector<RunResult> results;
+  if (options.scheduled) {
+    results = runScheduled(scheduledNow(options), options.afresh, runner);
+  } else {
+    results = runPlan(makePlan(options), runner);
   }
-  std::cout << alignedTable(rows) << summaryOf(outcomes) << "\n";
-  const auto failed = [](const Outcome& outcome) { return outcome.kind == OutcomeKind::kFailed; };
-  return std::any_of(outcomes.begin(), outcomes.end(), failed) ? kFailed : kGood;
+  if (options.json) {
+    std::cout << resultJson(results);
+  } else if (!options.scheduled || !results.empty()) {
+    std::cout << resultTable(results, options.scheduled);
+  }
+  return anyFailure(results) ? kFailed : kGood;
 }
 
 }  // namespace Velmar::Tool

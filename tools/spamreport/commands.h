@@ -25,12 +25,17 @@ class WrongUse : public std::invalid_argument {
 };
 
 struct RunOptions {
-  bool all = false;  ///< every mailbox of every domain; else `domain` is set
-  std::string domain;
+  bool all = false;        ///< every mailbox of every domain
+  bool scheduled = false;  ///< what the schedule makes due; then nothing else names mailboxes or a period
+  std::string domain;      ///< "" = none named
   std::optional<std::string> recipients;  ///< separated by commas; none = every mailbox of the domain, "" is wrong
   int jobs = 1;                           ///< threads
   std::int32_t period = 0;
   std::string until = "0";
+  std::string now = "0";  ///< the time that a scheduled run acts for
+  bool afresh = false;    ///< a scheduled run forgets how far mailboxes were reported
+  bool json = false;
+  bool verbose = false;  ///< log events go to stderr
 };
 int run(const RunOptions& options);
 
@@ -67,6 +72,9 @@ int setLanguage(const std::string& address, const std::string& language);
 
 int listQueue();
 int showQueued(const std::string& id);
+int retryQueue(const std::string& id, bool all);
+int dropFromQueue(const std::string& id);
+int flushQueue(bool evenIfNotDue);
 
 int demo(const std::string& directory);
 

@@ -32,6 +32,8 @@ struct Request {
   std::string key;
   std::string value;
   std::string id;
+  bool all = false;
+  bool evenIfNotDue = false;
   std::string directory;
   std::function<int()> action;
   bool logAsConfigured = false;  ///< else events reach stderr only when asked for: the command says what matters itself
@@ -67,19 +69,32 @@ void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
       ->type_name("TIME");
 }
 
+void addScheduled(CLI::App& run, RunOptions& options) {
+  run.add_option("--now", options.now, "With --scheduled: act as if it were TIME, which has\npassed; 0 = now (default)")
+      ->type_name("TIME");
+  run.add_flag("--afresh", options.afresh,
+               "With --scheduled: forget how far mailboxes were\nreported; only the last period is");
+}
+
 void addRun(CLI::App& app, Request& request) {
-  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some or all mailboxes",
-                             [&request] { return Tool::run(request.run); });
+  CLI::App* run = addCommand(app, request, "run", "Build and send the reports of some or all mailboxes", [&request] {
+    request.run.verbose = request.common.verbose;
+    return Tool::run(request.run);
+  });
   run->preparse_callback([&request](std::size_t) { request.logAsConfigured = true; });
   run->add_option("--domain", request.run.domain, "Domain of the mailboxes, as configured")->type_name("DOMAIN");
   run->add_option("--recipients", request.run.recipients,
                   "Addresses of the mailboxes, separated by commas\n(default: all of the domain)")
       ->type_name("LIST");
   run->add_flag("--all", request.run.all, "All mailboxes of all configured domains");
+  run->add_flag("--scheduled", request.run.scheduled,
+                "What the schedule makes due and was not reported yet;\nfor a timer, every few minutes");
   run->add_option("--jobs", request.run.jobs, "Reports that are made at once, 1 to 256 (default: 1)")
       ->type_name("N")
       ->check(unnamed(CLI::Range(1, 256)));
   addPeriod(*run, request.run.period, request.run.until);
+  addScheduled(*run, request.run);
+  run->add_flag("--json", request.run.json, "Write what came of each mailbox as JSON");
   addCommon(*run, request.common);
 }
 
@@ -146,13 +161,23 @@ void addPrefs(CLI::App& app, Request& request) {
 }
 
 void addQueue(CLI::App& app, Request& request) {
-  CLI::App* queue = app.add_subcommand("queue", "Show the mails that wait to be handed on");
-  addCommon(*addCommand(*queue, request, "list", "List what waits, oldest first", [] { return listQueue(); }),
-            request.common);
+  CLI::App* queue = app.add_subcommand("queue", "Show and hand on the mails that wait in the spool");
+  CLI::App* list = addCommand(*queue, request, "list", "List what waits and what has failed, oldest first",
+                              [] { return listQueue(); });
   CLI::App* show = addCommand(*queue, request, "show", "Write a whole mail to standard output",
                               [&request] { return showQueued(request.id); });
-  show->add_option("ID", request.id, "Queue id, as queue list shows it")->required();
-  addCommon(*show, request.common);
+  CLI::App* retry = addCommand(*queue, request, "retry", "Make a failed or waiting mail due at once",
+                               [&request] { return retryQueue(request.id, request.all); });
+  CLI::App* drop = addCommand(*queue, request, "drop", "Remove a mail for good, without asking",
+                              [&request] { return dropFromQueue(request.id); });
+  CLI::App* flush = addCommand(*queue, request, "flush", "Hand on what is due to the mail server",
+                               [&request] { return flushQueue(request.evenIfNotDue); });
+  for (CLI::App* command : {show, retry, drop}) {
+    command->add_option("ID", request.id, "Queue id, as queue list shows it")->required(command != retry);
+  }
+  retry->add_flag("--all", request.all, "All mails, the failed and the waiting ones");
+  flush->add_flag("--now", request.evenIfNotDue, "Also what is not due yet, even if the server was\nunusable just now");
+  for (CLI::App* command : {list, show, retry, drop, flush}) addCommon(*command, request.common);
 }
 
 void addDemo(CLI::App& app, Request& request) {

@@ -14,17 +14,20 @@ namespace {
 struct KindRow {
   OutcomeKind kind;
   const char* text;
+  const char* key;
   const char* counted;  ///< as the summary counts it
   const char* event;    ///< name of the event that decides for it; null = none
 };
 
 constexpr std::array kKinds{
-    KindRow{OutcomeKind::kSent, "sent", "sent", "report-built"},
-    KindRow{OutcomeKind::kNothingHeld, "nothing held", "with nothing held", "nothing-held"},
-    KindRow{OutcomeKind::kDisabled, "disabled", "disabled", "report-disabled"},
-    KindRow{OutcomeKind::kNoRecipients, "no recipients", "without recipients", "no-recipients"},
-    KindRow{OutcomeKind::kDeletedUser, "deleted user", "of deleted users", nullptr},
-    KindRow{OutcomeKind::kFailed, "FAILED", "failed", nullptr},
+    KindRow{OutcomeKind::kSent, "sent", "sent", "sent", "report-built"},
+    KindRow{OutcomeKind::kNothingHeld, "nothing held", "nothing_held", "with nothing held", "nothing-held"},
+    KindRow{OutcomeKind::kDisabled, "disabled", "disabled", "disabled", "report-disabled"},
+    KindRow{OutcomeKind::kNoRecipients, "no recipients", "no_recipients", "without recipients", "no-recipients"},
+    KindRow{OutcomeKind::kDeletedUser, "deleted user", "deleted_user", "of deleted users", nullptr},
+    KindRow{OutcomeKind::kNoMailbox, "NO MAILBOX", "no_mailbox", "that does not exist", nullptr},
+    KindRow{OutcomeKind::kNoDomain, "no domain", "no_domain", "without a domain directory", nullptr},
+    KindRow{OutcomeKind::kFailed, "FAILED", "failed", "failed", nullptr},
 };
 
 constexpr bool inEnumOrder() {
@@ -42,7 +45,7 @@ const Host::EventInfo* infoOf(const SeenEvent& event) {
   return nullptr;
 }
 
-bool isFailure(const SeenEvent& event) {
+bool tellsFailure(const SeenEvent& event) {
   const Host::EventInfo* info = infoOf(event);
   return info && info->failure;
 }
@@ -93,7 +96,7 @@ std::string withRemarks(std::string detail, const std::vector<SeenEvent>& events
 }  // namespace
 
 Outcome outcomeOf(const std::vector<SeenEvent>& events, bool brokenOff, bool deletedUser) {
-  const auto failure = std::find_if(events.begin(), events.end(), isFailure);
+  const auto failure = std::find_if(events.begin(), events.end(), tellsFailure);
   if (failure != events.end()) return {OutcomeKind::kFailed, withRemarks(failureText(*failure), events)};
   if (brokenOff) return {OutcomeKind::kFailed, withRemarks("the run was broken off", events)};
   for (const SeenEvent& event : events) {
@@ -107,12 +110,28 @@ Outcome outcomeOf(const std::vector<SeenEvent>& events, bool brokenOff, bool del
 
 const char* kindText(OutcomeKind kind) { return kKinds[static_cast<std::size_t>(kind)].text; }
 
+const char* kindKey(OutcomeKind kind) { return kKinds[static_cast<std::size_t>(kind)].key; }
+
+std::vector<OutcomeKind> allKinds() {
+  std::vector<OutcomeKind> kinds;
+  for (const KindRow& row : kKinds) kinds.push_back(row.kind);
+  return kinds;
+}
+
+bool isFailure(const Outcome& outcome) {
+  return outcome.kind == OutcomeKind::kFailed || outcome.kind == OutcomeKind::kNoMailbox;
+}
+
+std::size_t countOf(const std::vector<Outcome>& outcomes, OutcomeKind kind) {
+  const auto ofKind = [&](const Outcome& outcome) { return outcome.kind == kind; };
+  return static_cast<std::size_t>(std::count_if(outcomes.begin(), outcomes.end(), ofKind));
+}
+
 std::string summaryOf(const std::vector<Outcome>& outcomes) {
   std::string text = std::to_string(outcomes.size()) + (outcomes.size() == 1 ? " mailbox" : " mailboxes");
   const char* separator = ": ";
   for (const KindRow& row : kKinds) {
-    const auto ofKind = [&](const Outcome& outcome) { return outcome.kind == row.kind; };
-    const auto count = std::count_if(outcomes.begin(), outcomes.end(), ofKind);
+    const std::size_t count = countOf(outcomes, row.kind);
     if (count == 0) continue;
     text += separator + std::to_string(count) + " " + row.counted;
     separator = ", ";

@@ -32,31 +32,39 @@ std::string trimmed(std::string_view text) {
   return std::string(text.substr(first, text.find_last_not_of(kBlanks) - first + 1));
 }
 
-std::string joined(const std::vector<std::string>& names) {
+std::string joined(const std::vector<std::string>& names, const char* separator) {
   std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  for (const std::string& name : names) text += (text.empty() ? "" : separator) + name;
   return text;
 }
 
-std::string recipientOf(const std::string& domain, const std::string& text) {
+using Names = std::vector<std::string>;
+
+/// The name among `names` that is the same as `name` without regard to case; its end when there is none.
+Names::const_iterator findName(const Names& names, const std::string& name) {
+  const auto same = [wanted = lowerCase(name)](const std::string& other) { return lowerCase(other) == wanted; };
+  return std::find_if(names.begin(), names.end(), same);
+}
+
+Mailbox recipientOf(const Names& domains, const std::string& text) {
   const std::string address = mailboxAddress(text);
   const std::size_t at = address.find('@');
-  if (lowerCase(address.substr(at + 1)) != lowerCase(domain)) refuse(text, "not of the domain " + domain);
+  const auto domain = findName(domains, address.substr(at + 1));
+  if (domain == domains.end()) refuse(text, "not of the domain " + joined(domains, " or "));
   const std::string local = address.substr(0, at);
-  if (("/home/" + domain + "/" + local + "~" + domain).size() > kLongestPath) {
+  if (("/home/" + *domain + "/" + local + "~" + *domain).size() > kLongestPath) {
     refuse(text, "its mailbox directory has a path of more than " + std::to_string(kLongestPath) + " bytes");
   }
-  return local + "@" + domain;
+  return {*domain, local + "@" + *domain};
 }
 
 }  // namespace
 
 std::string chooseDomain(const std::string& domain, const std::vector<std::string>& configured) {
-  const auto same = [&](const std::string& name) { return lowerCase(name) == lowerCase(domain); };
-  const auto found = std::find_if(configured.begin(), configured.end(), same);
+  const auto found = findName(configured, domain);
   if (found != configured.end()) return *found;
   refuse(domain,
-         configured.empty() ? "no domain is configured" : "not a configured domain (" + joined(configured) + ")");
+         configured.empty() ? "no domain is configured" : "not a configured domain (" + joined(configured, ", ") + ")");
 }
 
 std::string mailboxAddress(const std::string& text) {
@@ -74,14 +82,14 @@ std::string mailboxAddress(const std::string& text) {
   return text;
 }
 
-std::vector<std::string> parseRecipients(const std::string& domain, const std::string& list) {
-  std::vector<std::string> recipients;
+std::vector<Mailbox> parseRecipients(const std::vector<std::string>& domains, const std::string& list) {
+  std::vector<Mailbox> recipients;
   for (std::size_t start = 0; start <= list.size();) {
     const std::size_t comma = std::min(list.find(',', start), list.size());
     const std::string text = trimmed(std::string_view(list).substr(start, comma - start));
     start = comma + 1;
     if (text.empty()) continue;
-    const std::string recipient = recipientOf(domain, text);
+    const Mailbox recipient = recipientOf(domains, text);
     const bool known = std::find(recipients.begin(), recipients.end(), recipient) != recipients.end();
     if (!known) recipients.push_back(recipient);
   }

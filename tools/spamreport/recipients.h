@@ -7,6 +7,12 @@
 
 namespace Velmar::Tool {
 
+struct Mailbox {
+  std::string domain;
+  std::string address;
+  bool operator==(const Mailbox&) const = default;
+};
+
 /// `domain` as the configuration spells it. configured: the names of its domains.
 /// Throws WrongUse naming the configured ones when it is none of them.
 std::string chooseDomain(const std::string& domain, const std::vector<std::string>& configured);
@@ -15,9 +21,9 @@ std::string chooseDomain(const std::string& domain, const std::vector<std::strin
 /// characters, at most 127 bytes. Throws WrongUse naming the text and the reason.
 std::string mailboxAddress(const std::string& text);
 
-/// The members of a list that is separated by commas, in its order, each once, with the domain as in `domain`. Blanks
+/// The members of a list that is separated by commas, in its order, each once, with the domain as in `domains`. Blanks
 /// around an address and empty places are skipped.
-/// Throws WrongUse for the first one that is no address of a mailbox of this domain, and for a list without any.
-std::vector<std::string> parseRecipients(const std::string& domain, const std::string& list);
+/// Throws WrongUse for the first one that is no address of a mailbox of these domains, and for a list without any.
+std::vector<Mailbox> parseRecipients(const std::vector<std::string>& domains, const std::string& list);
 
 }  // namespace Velmar::Tool

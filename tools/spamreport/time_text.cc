@@ -1,5 +1,5 @@
-// Reads the --until option. Every field is checked before the C library sees it, which would quietly turn the 31st of
-// June into the 1st of July.
+// Reads times that are given as options. Every field is checked before the C library sees it, which would quietly turn
+// the 31st of June into the 1st of July.
 
 #include "tools/spamreport/time_text.h"
 
@@ -19,7 +19,7 @@ namespace {
 constexpr std::int64_t kLast = std::numeric_limits<std::int32_t>::max();
 
 [[noreturn]] void refuse(std::string_view text, const std::string& reason) {
-  throw WrongUse("--until: \"" + std::string(text) + "\": " + reason);
+  throw WrongUse("\"" + std::string(text) + "\": " + reason);
 }
 
 constexpr char kForm[] = "not seconds since the epoch and not a time like 2026-11-22T08:00";
@@ -138,14 +138,30 @@ std::int64_t readSeconds(std::string_view text) {
   return seconds;
 }
 
-}  // namespace
-
-std::int64_t parseUntil(const std::string& text) {
+std::int64_t parse(const std::string& text) {
   const bool number = !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
   const std::int64_t seconds = number ? readSeconds(text) : readTime(text);
   if (seconds > kLast) refuse(text, "later than 2038-01-19T03:14:07Z, the last time that reports can handle");
   if (!number && seconds <= 0) refuse(text, "before 1970-01-01T00:00:01Z, the first time that reports can handle");
   return seconds;
+}
+
+}  // namespace
+
+std::int64_t parseTime(const std::string& option, const std::string& text) try {
+  return parse(text);
+} catch (const WrongUse& e) {
+  throw WrongUse(option + ": " + e.what());
+}
+
+std::int64_t parseUntil(const std::string& text) { return parseTime("--until", text); }
+
+std::string timeText(std::int64_t seconds) {
+  const std::time_t instant = seconds;
+  std::tm utc{};
+  ::gmtime_r(&instant, &utc);
+  std::array<char, 64> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
 }
 
 std::string localTimeText(std::int64_t seconds) {

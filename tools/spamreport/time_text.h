@@ -16,6 +16,12 @@ namespace Velmar::Tool {
 /// search of a mailbox can take (2038-01-19T03:14:07Z).
 std::int64_t parseUntil(const std::string& text);
 
+/// The same for the value of another option, e.g. "--now".
+std::int64_t parseTime(const std::string& option, const std::string& text);
+
+/// A time in UTC, e.g. "2026-11-22T08:00:00Z".
+std::string timeText(std::int64_t seconds);
+
 /// A time by the local clock, e.g. "2026-11-22 08:00 CET".
 std::string localTimeText(std::int64_t seconds);
 

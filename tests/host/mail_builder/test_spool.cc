@@ -45,9 +45,9 @@ TEST_F(SpoolTest, WhatGoesInComesOut) {
   const QueuedMail in = mail("20251122-1-a");
   Host::writeToSpool(in);
   EXPECT_THAT(root.read("var/spool/velmar/new/20251122-1-a"),
-              ::testing::MatchesRegex("Velmar-Spool: 1\nId: 20251122-1-a\nSender: \nRecipient: a@example.org\n"
+              ::testing::MatchesRegex("Velmar-Spool: 2\nId: 20251122-1-a\nSender: \nRecipient: a@example.org\n"
                                       "Recipient: \"b c\"@example.org\nRecipient: ü@example.org\nNotify: never\n"
-                                      "Queued: [0-9]+\n\nTo: (.|\n|\r)*more\r\n"));
+                                      "Queued: [0-9]+\nAttempts: 0\nNext: 0\nReply: \n\nTo: (.|\n|\r)*more\r\n"));
   const QueuedMail out = Host::readSpool(in.id);
   EXPECT_EQ(out.recipients, in.recipients);
   EXPECT_TRUE(out.suppressDsn);
@@ -130,6 +130,9 @@ TEST_F(SpoolTest, DamagedFilesAreNamed) {
       {with("s@x", "s"), "no mail address: \"s\""},
       {with("never", "Never"), "unknown Notify: \"Never\""},
       {with("7", "7x"), "no time: \"7x\""},
+      {with("7", "253402300800"), "no time"},
+      {with("Spool: 1", "Spool: 3"), "unknown version: \"3\""},
+      {with("Spool: 1", "Spool: 2"), "no line Attempts where it belongs"},
       {with("7", "99999999999999999999"), "no time"},
       {with("\n\n", "\nLater: x\n\n"), "no empty line behind the envelope"},
       {"Velmar-Spool: 1\nId: f\nSender: " + std::string(5 << 20, 'x'), "the envelope has no end"},
@@ -137,7 +140,10 @@ TEST_F(SpoolTest, DamagedFilesAreNamed) {
   for (const auto& [text, fault] : cases) {
     root.write("var/spool/velmar/new/f", text);
     const std::string want = "spool file " + (spool / "new/f").string() + ": " + fault;
-    EXPECT_THAT(thrownBy([] { Host::listSpool(); }), HasSubstr(want));
+    const auto entries = Host::listSpool();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].state, Host::SpoolState::kUnreadable);
+    EXPECT_THAT(entries[0].lastReply, HasSubstr(want));
     EXPECT_THAT(thrownBy([] { Host::readSpool("f"); }), HasSubstr(want));
   }
 }
@@ -149,7 +155,7 @@ TEST_F(SpoolTest, NoOtherFilesAreRead) {
   for (const std::string id : {"../../../../outside", "link", "missing", "", ".", "..", "a/"}) {
     EXPECT_THAT(thrownBy([&] { Host::readSpool(id); }), HasSubstr("spool file ")) << id;
   }
-  EXPECT_THAT(thrownBy([] { Host::listSpool(); }), HasSubstr("new/link"));
+  EXPECT_THAT(Host::listSpool()[0].lastReply, HasSubstr("new/link"));
 }
 
 }  // namespace

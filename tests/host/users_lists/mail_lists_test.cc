@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/host/users_lists/lists.h"
-#include "tests/support/temp_root.h"
+#include "tests/host/users_lists/stores.h"
 
 namespace Velmar {
 namespace {
@@ -13,8 +13,12 @@ using namespace Testing;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-TEST(MailLists, NamesOfAnyBytesComeInTheOrderOfAddition) {
-  const TempRoot root;
+class MailLists : public OnEachStore {};
+class Preferences : public OnEachStore {};
+FOR_EACH_STORE(MailLists);
+FOR_EACH_STORE(Preferences);
+
+TEST_P(MailLists, NamesOfAnyBytesComeInTheOrderOfAddition) {
   const std::string owner = "o'w:n\xff@d", sql = "a'; DROP TABLE list_entry; --@x", bytes = "\xff\xfe@x";
   const std::string longest = std::string(5000, 'x') + "@x";
   for (const std::string& entry : {longest, sql, bytes, sql}) Host::addListEntry(owner, "l", entry);
@@ -26,8 +30,7 @@ TEST(MailLists, NamesOfAnyBytesComeInTheOrderOfAddition) {
   EXPECT_THAT(namesOf(owner, "l"), ElementsAre(sql, bytes, ":o@x"));
 }
 
-TEST(MailLists, OwnersAndListsAreKeptApart) {
-  const TempRoot root;
+TEST_P(MailLists, OwnersAndListsAreKeptApart) {
   Host::addListEntry("u@d", "l", "a@x");
   Host::addListEntry("u@d", "k", "a@x");
   Host::addListEntry("v@d", "l", "a@x");
@@ -36,8 +39,7 @@ TEST(MailLists, OwnersAndListsAreKeptApart) {
   EXPECT_THAT(namesOf("v@d", "l"), ElementsAre("a@x"));
 }
 
-TEST(MailLists, OnlyTheCaseOfTheDomainDoesNotMatter) {
-  const TempRoot root;
+TEST_P(MailLists, OnlyTheCaseOfTheDomainDoesNotMatter) {
   Host::addListEntry("U@Example.Org", "l", "\"a@B\"@Other.Example");
   EXPECT_TRUE(listHolds("U@EXAMPLE.ORG", "l", "\"a@B\"@OTHER.EXAMPLE"));
   EXPECT_FALSE(listHolds("u@example.org", "l", "\"a@B\"@other.example"));
@@ -50,8 +52,7 @@ TEST(MailLists, OnlyTheCaseOfTheDomainDoesNotMatter) {
   EXPECT_FALSE(listHolds("U@Example.Org", "l", "\"a@B\"@Other.Example"));
 }
 
-TEST(MailLists, WhatNoListMayHoldIsRefusedByName) {
-  const TempRoot root;
+TEST_P(MailLists, WhatNoListMayHoldIsRefusedByName) {
   const struct {
     std::string owner, list, entry, want;
   } cases[] = {
@@ -67,8 +68,7 @@ TEST(MailLists, WhatNoListMayHoldIsRefusedByName) {
   EXPECT_THROW(mail_list_get_names("o", "l", nullptr, 0, 0), Exception);
 }
 
-TEST(Preferences, LanguageIsReadAsItWasSet) {
-  const TempRoot root;
+TEST_P(Preferences, LanguageIsReadAsItWasSet) {
   char buffer[36] = "untouched";
   EXPECT_NE(get_user_pref_lang("u@d", buffer, sizeof buffer), 0);
   EXPECT_STREQ(buffer, "untouched");

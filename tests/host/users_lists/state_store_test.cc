@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "tests/host/users_lists/lists.h"
-#include "tests/support/temp_root.h"
+#include "tests/host/users_lists/stores.h"
 
 namespace Velmar {
 namespace {
@@ -32,14 +32,18 @@ void expectAllFail(const std::string& want) {
       [] { Host::addListEntry("u@d", "l", "b@x"); },
       [&] { get_user_pref_lang("u@d", buffer, sizeof buffer); },
       [] { Host::setPreferredLanguage("u@d", "de"); },
+      [] { Host::reportedUntil("d"); },
+      [] { Host::setDomainReportedUntil("d", 1, {}); },
+      [] { Host::checkState(); },
   };
-  const auto wanted = AllOf(HasSubstr(Host::statePath()), HasSubstr(want));
+  const auto wanted = AllOf(HasSubstr("state store " + Host::threadDatabase().name()), HasSubstr(want));
   for (const auto& operation : operations) EXPECT_THAT(thrownBy(operation), wanted);
 }
 
 class StateStore : public ::testing::Test {
  protected:
   StateStore() {
+    Host::setStateUrl(kSqliteUrl);
     Host::setStateLockTimeout(50ms);
     Host::addListEntry("u@d", "l", "a@x");
     Host::setPreferredLanguage("u@d", "fr");
@@ -47,7 +51,7 @@ class StateStore : public ::testing::Test {
   }
   ~StateStore() override { Host::dropThreadState(); }
 
-  soci::session otherProgram() const { return soci::session("sqlite3", "dbname=\"" + Host::statePath() + "\""); }
+  soci::session otherProgram() const { return soci::session("sqlite3", "dbname=\"" + root / kState + "\""); }
 
   TempRoot root{"velmar test = "};
 };
@@ -65,10 +69,10 @@ TEST_F(StateStore, OperationWaitsForALockAndThenThrows) {
 }
 
 TEST_F(StateStore, ChangeThatFailsHalfWayIsUndone) {
-  const auto change = [](soci::session& session) {
-    Host::StateChange undone(session);
-    session << "DELETE FROM list_entry";
-    session << "DELETE FROM no_such_table";
+  const auto change = [](Host::StateSession& state) {
+    Host::StateChange undone(state);
+    state.sql << "DELETE FROM list_entry";
+    state.sql << "DELETE FROM no_such_table";
   };
   EXPECT_THROW(Host::withState(change), Exception);
   EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
@@ -85,10 +89,35 @@ TEST_F(StateStore, DamageThrows) {
 }
 
 TEST_F(StateStore, OtherVersionsAndForeignDatabasesThrow) {
-  otherProgram() << "PRAGMA user_version = 2";
-  expectAllFail("its schema version is 2, this software knows version 1");
+  otherProgram() << "PRAGMA user_version = 3";
+  expectAllFail("its schema version is 3, this software knows version 2");
   otherProgram() << "PRAGMA user_version = 0";
-  expectAllFail("not one of this system");
+  expectAllFail("it has vanished: what is there now is empty");
+  const TempRoot elsewhere;
+  for (const char* sign : {"PRAGMA application_id = 7", "CREATE TABLE theirs (a)", "PRAGMA user_version = 1"}) {
+    const std::string path = elsewhere.makeDirectory(std::to_string(sign[0] + sign[7])) + "/their.db";
+    soci::session("sqlite3", "dbname=" + path) << sign;
+    Host::setStateUrl("sqlite://" + path.substr((elsewhere / "").size() - 1));
+    EXPECT_THAT(thrownBy([] { namesOf("u@d", "l"); }), HasSubstr("their.db: it is a database, but not one of this"));
+  }
+}
+
+// A store of the first release gets what is new, and keeps what it has.
+TEST_F(StateStore, OlderStoreIsBroughtUpToDate) {
+  const auto version = [&] {
+    int number = 0;
+    otherProgram() << "PRAGMA user_version", soci::into(number);
+    return number;
+  };
+  for (const char* makeOlder : {"DROP TABLE reported", "PRAGMA user_version = 1"}) otherProgram() << makeOlder;
+  otherProgram() << "CREATE TABLE reported (a)";  // in the way of the last step
+  EXPECT_THAT(thrownBy([] { namesOf("u@d", "l"); }), HasSubstr("table reported already exists"));
+  EXPECT_EQ(version(), 1);
+  otherProgram() << "DROP TABLE reported";
+  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
+  EXPECT_EQ(version(), 2);
+  Host::setMailboxReportedUntil("d", "u@d", 1);
+  EXPECT_EQ(Host::reportedUntil("d").mailboxes.size(), 1u);
 }
 
 TEST_F(StateStore, DeniedAccessThrows) {
@@ -151,8 +180,8 @@ TEST_F(StateStore, ProcessesAndThreadsCreateAndShareAStore) {
 }
 
 TEST_F(StateStore, ChildOfAProgramThatHasTheStoreOpenOpensItAnew) {
-  const soci::session* inherited = &Host::threadState();
-  if (::fork() == 0) ::_exit(&Host::threadState() != inherited ? 0 : 1);
+  const soci::session* inherited = &Host::threadState().sql;
+  if (::fork() == 0) ::_exit(&Host::threadState().sql != inherited ? 0 : 1);
   for (int status = -1; ::wait(&status) > 0;) EXPECT_EQ(status, 0);
 }
 

@@ -1,0 +1,27 @@
+#pragma once
+
+// Hands mails to a mail server over SMTP.
+
+#include <memory>
+#include <string>
+
+#include "host/common/host_config.h"
+#include "host/mail_builder/hand_over/transport.h"
+
+namespace Velmar::Host {
+
+/// A transport to the server of `config.url`. It connects with the first mail, keeps the session for further ones and
+/// opens it again when the server has closed it meanwhile.
+///
+/// ehloName  the name of this host in EHLO, e.g. "gw.example.org"
+/// Reads `config.authFile` at once; throws Exception when it or `config.caFile` cannot be used.
+/// `config.timeout` bounds the wait for each step. A reply must be whole within it, the one to the content within ten
+/// times that, since servers do their checks there; the content must leave with 16 KiB a second or more on average.
+/// A connection lost between the final dot and its reply counts as temporary failure: such a mail may arrive twice.
+std::unique_ptr<Transport> makeSmtpTransport(const QueueConfig& config, const std::string& ehloName);
+
+/// Opens a session with that server and ends it without a mail. Returns what the server offers, e.g. "8BITMIME, DSN".
+/// Throws Exception with the reason why mails could not be handed on, and as above.
+std::string checkSmtpServer(const QueueConfig& config, const std::string& ehloName);
+
+}  // namespace Velmar::Host

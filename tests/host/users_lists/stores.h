@@ -1,0 +1,28 @@
+#pragma once
+
+// The stores that every operation must work on.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "host/users_lists/state_store.h"
+#include "tests/support/temp_root.h"
+
+namespace Velmar::Testing {
+
+constexpr char kSqliteUrl[] = "sqlite:///var/lib/velmar/state.db";
+
+/// An empty store of the kind that the parameter names, below a root of its own.
+class OnEachStore : public ::testing::TestWithParam<const char*> {
+ protected:
+  OnEachStore() { Host::setStateUrl(kSqliteUrl); }
+  ~OnEachStore() override { Host::dropThreadState(); }
+
+  TempRoot root{"velmar test = "};
+};
+
+#define FOR_EACH_STORE(suite) \
+  INSTANTIATE_TEST_SUITE_P(Stores, suite, ::testing::Values("SQLite"), [](const auto& it) { return it.param; })
+
+}  // namespace Velmar::Testing

@@ -1,0 +1,251 @@
+// Scheduled runs on a simulated host: its clock, its ledger, its failures and crashes.
+
+#include "tools/spamreport/scheduled_run.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+
+#include "platform/types.h"
+#include "tests/tools/local_zone.h"
+#include "tools/spamreport/time_text.h"
+
+namespace {
+
+using namespace Velmar;
+using namespace Velmar::Tool;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr char kDomain[] = "d.example";
+constexpr std::uint32_t kEightTwelveEighteen = 1U << 8 | 1U << 12 | 1U << 18;
+constexpr std::int64_t kHour = 3600;
+constexpr std::int64_t kDay = 24 * kHour;
+
+/// The process is killed: nothing of the run may catch it.
+struct Crash {};
+
+class World final : public ScheduledWorld {
+ public:
+  std::map<std::string, Host::ReportedUntil> ledger;
+  std::optional<std::vector<std::string>> addresses{{"a@d.example", "b@d.example", "c@d.example"}};
+  std::set<std::int64_t> held;  ///< when a message came to each mailbox
+  std::map<std::string, std::map<std::int64_t, int>> reported;
+  std::set<std::string> broken;  ///< mailboxes whose reports fail
+  std::string fault;             ///< why the mailboxes cannot be listed
+  std::string ledgerFault;       ///< why single mailboxes cannot be noted
+  int crashAfter = -1;           ///< so many more reports
+  bool crashBeforeNote = false;
+  int tried = 0;
+
+  std::vector<RunResult> run(std::int64_t now, int catchUpHours = 72) {
+    const auto occasion = lastOccasion(kEightTwelveEighteen, now, catchUpHours);
+    return runScheduledDomain(*this, kDomain, *occasion, now);
+  }
+
+  Host::ReportedUntil reportedUntil(const std::string& domain) override { return ledger[domain]; }
+  void noteMailbox(const Mailbox& mailbox, std::int64_t until) override {
+    if (!ledgerFault.empty()) throw Exception("StateException", 4, "State", 1, ledgerFault);
+    ledger[mailbox.domain].mailboxes[mailbox.address] = until;
+  }
+  void noteDomain(const std::string& domain, std::int64_t until,
+                  const std::map<std::string, long long>& others) override {
+    ledger[domain] = {until, others};
+  }
+  std::optional<std::vector<std::string>> mailboxes(const std::string&) override {
+    if (!fault.empty()) throw Exception("MailboxException", 4, "Maildir", 1, fault);
+    return addresses;
+  }
+  std::vector<Outcome> report(const std::vector<ReportTask>& tasks, const Done& done) override {
+    std::vector<Outcome> outcomes;
+    for (const ReportTask& task : tasks) {
+      outcomes.push_back(reportOne(task));
+      if (crashBeforeNote && crashAfter == 0) throw Crash();
+      done(task, outcomes.back());
+      if (crashAfter-- == 0) throw Crash();
+    }
+    return outcomes;
+  }
+
+ private:
+  Outcome reportOne(const ReportTask& task) {
+    ++tried;
+    EXPECT_GT(task.period, 0);
+    const std::string& address = task.mailbox.address;
+    if (broken.count(address) != 0) return {OutcomeKind::kFailed, "bad disk"};
+    const auto first = held.lower_bound(task.until - task.period);
+    const auto last = held.lower_bound(task.until);
+    for (auto time = first; time != last; ++time) ++reported[address][*time];
+    return {first == last ? OutcomeKind::kNothingHeld : OutcomeKind::kSent, ""};
+  }
+};
+
+/// One week on one host. Returns what was reported how often between the first and the last scheduled hour.
+class Week {
+ public:
+  Week(std::int64_t begin, unsigned seed) : begin_(begin), random_(seed) {
+    for (std::int64_t time = begin_ - kDay; time < begin_ + 8 * kDay; time += between(1, 7000))
+      world_.held.insert(time);
+    for (const auto instant : scheduledInstants(kEightTwelveEighteen, begin_ - kDay, begin_ + 8 * kDay)) {
+      world_.held.insert({instant - 1, instant, instant + 1});
+    }
+  }
+
+  /// crashBeforeNote  crashes come between sending and noting; returns how many there were
+  int live(bool crashBeforeNote) {
+    world_.crashBeforeNote = crashBeforeNote;
+    for (std::int64_t now = begin_; now < begin_ + 7 * kDay; now += delay(now)) call(now);
+    world_.broken.clear();
+    world_.crashAfter = -1;
+    end_ = begin_ + 7 * kDay + kHour;  // later than the longest wait after a failure
+    world_.run(end_ + kDay / 2);
+    end_ += kDay / 2;
+    return crashes_;
+  }
+
+  void check(int wantRepeated) {
+    const auto from = lastOccasion(kEightTwelveEighteen, begin_, 72)->previous;
+    const auto until = lastOccasion(kEightTwelveEighteen, end_, 72)->until;
+    int repeated = 0;
+    for (const std::string& address : *world_.addresses) {
+      for (const auto time : world_.held) {
+        const int want = time >= from && time < until ? 1 : 0;
+        const auto found = world_.reported[address].find(time);
+        const int got = found == world_.reported[address].end() ? 0 : found->second;
+        repeated += got > want;
+        EXPECT_EQ(std::min(got, wantRepeated > 0 ? want : got), want) << address << " " << timeText(time);
+      }
+    }
+    EXPECT_EQ(repeated > 0, wantRepeated > 0);
+  }
+
+ private:
+  std::int64_t between(std::int64_t least, std::int64_t most) {
+    return std::uniform_int_distribution<std::int64_t>(least, most)(random_);
+  }
+  std::int64_t delay(std::int64_t now) {
+    const bool outage = now > begin_ + 2 * kDay && now < begin_ + 2 * kDay + kHour;
+    return outage ? 30 * kHour : between(1, 900);
+  }
+  void call(std::int64_t now) {
+    world_.broken.clear();
+    if (between(0, 3) == 0) world_.broken.insert("b@d.example");
+    world_.crashAfter = between(0, 3) == 0 ? static_cast<int>(between(0, 2)) : -1;
+    try {
+      world_.run(now);
+      world_.run(now);  // a second timer
+    } catch (const Crash&) {
+      ++crashes_;
+    }
+  }
+
+  World world_;
+  std::int64_t begin_, end_ = 0;
+  std::mt19937 random_;
+  int crashes_ = 0;
+};
+
+TEST(ScheduledWeek, EachMessageIsReportedOnce) {
+  const std::pair<const char*, std::vector<const char*>> zones[] = {
+      {"Europe/Berlin", {"2026-03-26T01:00Z", "2026-10-22T01:00Z"}},
+      {"America/New_York", {"2026-03-05T01:00Z", "2026-10-29T01:00Z"}},
+      {"Australia/Lord_Howe", {"2026-04-02T01:00Z", "2026-10-01T01:00Z"}},
+      {"Africa/Cairo", {"2026-04-21T01:00Z", "2026-10-27T01:00Z"}},
+      {"Asia/Kolkata", {"2026-11-22T01:00Z"}},
+  };
+  int crashes = 0;
+  for (const auto& [name, weeks] : zones) {
+    const LocalZone zone(name);
+    for (const char* begin : weeks) {
+      for (unsigned seed = 1; seed <= 5; ++seed) {
+        SCOPED_TRACE(testing::Message() << name << " " << begin << " " << seed);
+        Week week(parseUntil(begin), seed);
+        crashes += week.live(false);
+        week.check(0);
+      }
+    }
+  }
+  EXPECT_GT(crashes, 100);
+}
+
+TEST(ScheduledWeek, ACrashBeforeTheNoteRepeatsAndLosesNothing) {
+  const LocalZone zone("Europe/Berlin");
+  Week week(parseUntil("2026-03-26T01:00Z"), 1);
+  week.check(week.live(true));
+}
+
+class ScheduledRun : public testing::Test {
+ protected:
+  ScheduledRun() {
+    for (std::int64_t time = noon - 10 * kDay; time < noon + 10 * kDay; time += kHour) world.held.insert(time);
+  }
+  std::vector<int> tries(std::int64_t from, std::int64_t to) {
+    std::vector<int> minutes;
+    for (std::int64_t now = from; now < to; now += 300) {
+      const int before = world.tried;
+      if (!world.run(now).empty() || world.tried != before) minutes.push_back(static_cast<int>((now - from) / 60));
+    }
+    return minutes;
+  }
+
+  const LocalZone zone{"UTC0"};
+  const std::int64_t noon = 1795348800;  // 2026-11-22T12:00:00Z
+  World world;
+};
+
+TEST_F(ScheduledRun, MeetsALastingFaultSeldomAndMakesUpForIt) {
+  world.run(noon - 4 * kHour);
+  world.broken = {"b@d.example"};
+  EXPECT_THAT(tries(noon, noon + 6 * kHour), ElementsAre(0, 15, 30, 60, 120, 240));
+  EXPECT_EQ(world.reported["b@d.example"].size(), 14U);  // those of 18 to 8 o'clock
+  world.broken.clear();
+  world.run(noon + 6 * kHour);
+  EXPECT_EQ(world.reported["b@d.example"], world.reported["a@d.example"]);
+  EXPECT_EQ(world.ledger[kDomain].domain, noon + 6 * kHour);
+  EXPECT_TRUE(world.ledger[kDomain].mailboxes.empty());
+}
+
+TEST_F(ScheduledRun, ADomainThatCannotBeListedStandsWhereItStood) {
+  world.run(noon - 4 * kHour);
+  const auto addresses = world.addresses;
+  world.addresses.reset();
+  EXPECT_EQ(world.run(noon).at(0).outcome.kind, OutcomeKind::kNoDomain);
+  EXPECT_THAT(tries(noon, noon + kHour), ElementsAre(15, 30));
+  world.addresses = addresses;
+  world.fault = "stale handle";
+  const std::vector<RunResult> results = world.run(noon + 6 * kHour);
+  ASSERT_EQ(results.size(), 1U);
+  EXPECT_EQ(results[0].task.mailbox.address, "*@d.example");
+  EXPECT_EQ(results[0].outcome.kind, OutcomeKind::kFailed);
+  EXPECT_EQ(results[0].outcome.detail, "stale handle");
+  world.fault.clear();
+  EXPECT_EQ(world.run(noon + 7 * kHour).at(0).task.period, 10 * kHour);
+}
+
+TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
+  world.ledger[kDomain] = {noon, {{"b@d.example", noon - 18 * kHour}}};  // b failed at noon
+  EXPECT_TRUE(world.run(noon - 60).empty());
+  EXPECT_EQ(world.ledger[kDomain].domain, noon);
+  world.ledger[kDomain] = {noon - 18 * kHour, {{"a@d.example", noon}}};  // broken off at noon
+  EXPECT_EQ(world.run(noon - 60).size(), 2U);
+  world.run(noon);
+  EXPECT_TRUE(world.reported["a@d.example"].empty());
+  EXPECT_EQ(world.reported["c@d.example"].size(), 18U);
+  world.ledger[kDomain] = {noon + 400 * kDay, {}};
+  const std::vector<RunResult> results = world.run(noon);
+  ASSERT_EQ(results.size(), 1U);
+  EXPECT_THAT(results[0].outcome.detail, HasSubstr("until 2027-12-27T12:00:00Z"));
+  EXPECT_TRUE(anyFailure(results));
+}
+
+TEST_F(ScheduledRun, AReportThatCannotBeNotedIsSentAllTheSame) {
+  world.ledgerFault = "state store: disk full";
+  const std::vector<RunResult> results = world.run(noon);
+  ASSERT_EQ(results.size(), 3U);
+  EXPECT_EQ(results[0].outcome.kind, OutcomeKind::kSent);
+  EXPECT_THAT(results[0].outcome.detail, HasSubstr("not noted: state store: disk full"));
+}
+
+}  // namespace

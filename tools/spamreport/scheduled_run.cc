@@ -1,0 +1,128 @@
+// Walks one domain through its scheduled reports. Called for each configured domain by the one process that holds the
+// lock of scheduled runs. Time, ledger, mailboxes and reports are behind ScheduledWorld, for the tests.
+
+#include "tools/spamreport/scheduled_run.h"
+
+#include <exception>
+
+#include "platform/types.h"
+#include "tools/spamreport/time_text.h"
+
+namespace Velmar::Tool {
+namespace {
+
+using Standings = std::map<std::string, long long>;
+
+/// Notes of a domain are by address; this name, which is none, notes when the domain was last tried in vain.
+constexpr char kLastTry[] = "*";
+/// By how much the clock may be set back without more ado than nothing being due for a while.
+constexpr std::int64_t kClockTolerance = 86400;
+
+Outcome standsInTheFuture(std::int64_t standing) {
+  return {OutcomeKind::kFailed, "the record of scheduled runs says that it was reported until " + timeText(standing) +
+                                    ", which is to come: the clock was wrong then or is now; --afresh corrects the "
+                                    "record"};
+}
+
+std::int64_t lastTryOf(const Host::ReportedUntil& ledger) {
+  const auto found = ledger.mailboxes.find(kLastTry);
+  return found == ledger.mailboxes.end() ? 0 : found->second;
+}
+
+bool anyStandsBefore(std::int64_t until, const Host::ReportedUntil& ledger) {
+  for (const auto& [address, standing] : ledger.mailboxes) {
+    if (address != kLastTry && standing < until) return true;
+  }
+  return ledger.domain < until;
+}
+
+bool isDue(const Host::ReportedUntil& ledger, const Occasion& occasion, std::int64_t now) {
+  if (ledger.domain > occasion.until) return false;  // the clock was set back
+  return anyStandsBefore(occasion.until, ledger) && now >= nextTry(occasion, lastTryOf(ledger));
+}
+
+std::int64_t standingOf(const Host::ReportedUntil& ledger, const std::string& address) {
+  const auto found = ledger.mailboxes.find(address);
+  return found == ledger.mailboxes.end() ? ledger.domain : found->second;
+}
+
+std::vector<ReportTask> dueTasks(const std::string& domain, const std::vector<std::string>& addresses,
+                                 const Host::ReportedUntil& ledger, const Occasion& occasion) {
+  std::vector<ReportTask> tasks;
+  for (const std::string& address : addresses) {
+    const std::int64_t start = periodStart(occasion, standingOf(ledger, address));
+    if (start == occasion.until) continue;
+    tasks.push_back({{domain, address}, static_cast<std::int32_t>(occasion.until - start), occasion.until});
+  }
+  return tasks;
+}
+
+/// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed, and those that
+/// were reported further before the clock was set back.
+Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector<Outcome>& outcomes,
+                         const Host::ReportedUntil& ledger, const Occasion& occasion, std::int64_t now) {
+  Standings others;
+  for (std::size_t i = 0; i < tasks.size(); ++i) {
+    if (outcomes[i].kind != OutcomeKind::kFailed) continue;
+    others[tasks[i].mailbox.address] = tasks[i].until - tasks[i].period;
+    others[kLastTry] = now;
+  }
+  for (const auto& [address, standing] : ledger.mailboxes) {
+    if (address != kLastTry && standing > occasion.until) others[address] = standing;
+  }
+  return others;
+}
+
+/// Once the mail is in the queue the report is sent, whatever becomes of the note.
+void noteIfSent(ScheduledWorld& world, const ReportTask& task, Outcome& outcome) try {
+  if (outcome.kind == OutcomeKind::kSent) world.noteMailbox(task.mailbox, task.until);
+} catch (const Exception& e) {
+  outcome.detail += " (not noted: " + e.text() + ")";
+}
+
+/// Throws Exception when something failed that concerns the whole domain; `results` has what was done before.
+void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::ReportedUntil& ledger,
+                  const Occasion& occasion, std::int64_t now, std::vector<RunResult>& results) {
+  const auto addresses = world.mailboxes(domain);
+  if (!addresses) {
+    // It may be a directory that is not mounted: the domain stands where it stood, and is looked at again.
+    results.push_back(ofWholeDomain(domain, noDirectory()));
+    world.noteMailbox({domain, kLastTry}, now);
+    return;
+  }
+  const std::vector<ReportTask> tasks = dueTasks(domain, *addresses, ledger, occasion);
+  const auto done = [&](const ReportTask& task, Outcome& outcome) { noteIfSent(world, task, outcome); };
+  const std::vector<Outcome> outcomes = world.report(tasks, done);
+  for (std::size_t i = 0; i < tasks.size(); ++i) results.push_back({tasks[i], outcomes[i]});
+  world.noteDomain(domain, occasion.until, standElsewhere(tasks, outcomes, ledger, occasion, now));
+}
+
+/// A ledger that cannot be written is told by what failed before.
+void noteTry(ScheduledWorld& world, const std::string& domain, std::int64_t now) noexcept try {
+  world.noteMailbox({domain, kLastTry}, now);
+} catch (...) {
+}
+
+}  // namespace
+
+std::vector<RunResult> runScheduledDomain(ScheduledWorld& world, const std::string& domain, const Occasion& occasion,
+                                          std::int64_t now) {
+  std::vector<RunResult> results;
+  std::string fault;
+  try {
+    const Host::ReportedUntil ledger = world.reportedUntil(domain);
+    if (ledger.domain > now + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
+    if (!isDue(ledger, occasion, now)) return {};
+    reportDomain(world, domain, ledger, occasion, now, results);
+    return results;
+  } catch (const Exception& e) {
+    fault = e.text();
+  } catch (const std::exception& e) {
+    fault = e.what();
+  }
+  results.push_back(ofWholeDomain(domain, {OutcomeKind::kFailed, fault}));
+  noteTry(world, domain, now);
+  return results;
+}
+
+}  // namespace Velmar::Tool
