@@ -148,8 +148,8 @@ VLM_EXPORT FlushResult flushQueue(const FlushOptions& options);
 /// Makes the spool's directories when they are missing and looks whether this user may write there. Throws Exception.
 VLM_EXPORT void checkSpool();
 
-/// Looks whether the spool's file system has the room that the configuration asks for. Throws Exception with the numbers
-/// when it has not, or when it could not look.
+/// Looks whether the spool's file system has the room that the configuration asks for. Throws Exception with the
+/// numbers when it has not, or when it could not look.
 VLM_EXPORT void checkSpoolRoom();
 
 /// Connects to the mail server of the configuration as a mail would, with TLS and authentication. Returns its name and

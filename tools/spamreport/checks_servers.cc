@@ -15,8 +15,8 @@ std::vector<Finding> lookAtMailServer() {
 }  // namespace
 
 void addServerChecks(Checks& checks) {
-  checks.push_back({"mail server", lookAtMailServer,
-                    "name one that takes mails from this host in [queue], and see that it runs"});
+  checks.push_back(
+      {"mail server", lookAtMailServer, "name one that takes mails from this host in [queue], and see that it runs"});
 }
 
 }  // namespace Velmar::Tool
