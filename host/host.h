@@ -221,6 +221,13 @@ VLM_EXPORT bool domainDirectoryExists(const std::string& domain);
 /// not look, or when the address cannot name a mailbox.
 VLM_EXPORT bool mailboxExists(const std::string& address);
 
+/// Numbers of the configured LDAP profiles, in the order of the configuration. Throws Exception when it cannot be read.
+VLM_EXPORT std::vector<int> configuredLdapProfiles();
+
+/// Connects to each server of an LDAP profile, binds, and tries the searches of a look-up. Returns a line that says
+/// what answered. Throws Exception that names profile, server and the first fault; also when no group has an owner.
+VLM_EXPORT std::string checkLdapProfile(int number);
+
 /// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.
 /// Throws Exception when the domain's directory cannot be listed; a missing one is empty.
 VLM_EXPORT std::vector<std::string> mailboxesOfDomain(const std::string& domain);

@@ -15,6 +15,11 @@ std::vector<Finding> lookAtMailServer() {
 }  // namespace
 
 void addServerChecks(Checks& checks) {
+  for (const int profile : Host::configuredLdapProfiles()) {
+    checks.push_back({"LDAP profile " + std::to_string(profile),
+                      [profile] { return good(Host::checkLdapProfile(profile)); },
+                      "correct this [[ldap_profile]], and see that its servers run and let it search"});
+  }
   checks.push_back(
       {"mail server", lookAtMailServer, "name one that takes mails from this host in [queue], and see that it runs"});
 }

@@ -1,4 +1,4 @@
-// Mailbox names, deleted users and the directory that is not there.
+// Mailbox names and deleted users.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -39,11 +39,6 @@ TEST(MailUserId, NamesTheQuarantineOfAnAddress) {
   for (const char* address : {"", "u", "u@", "@d", "u@..", "..@d", "a/b@d", "u@d/e"}) {
     EXPECT_THROW(VXMailUserId{address}, Exception) << address;
   }
-}
-
-TEST(LdapUserManager, SaysThatNoProfileIsConfigured) {
-  EXPECT_EQ(thrownBy([] { QRL_LdapUserManager::Instance().getGroupOwnerAddressesForUser("u@d", 7, true); }),
-            "LDAP profile 7 is not configured");
 }
 
 }  // namespace

@@ -1,0 +1,381 @@
+// The directory against a real server, and against servers that fall silent.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "host/host.h"
+#include "host/users_lists/ldap/ldap_directory.h"
+#include "host/users_lists/ldap/ldap_escape.h"
+#include "platform/users_lists.h"
+#include "tests/support/slapd.h"
+#include "tests/support/temp_root.h"
+#include "tests/support/thrown_by.h"
+
+namespace Velmar::Host {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace Testing;
+using ::testing::HasSubstr;
+using Addresses = std::set<std::string>;
+
+// Groups: ada is in staff, that in division, that in company, that in division again; odd is owned by itself.
+constexpr char kBase[] = "dc=example,dc=org";
+constexpr char kLdif[] = R"(dn: dc=example,dc=org
+objectClass: organization
+objectClass: dcObject
+o: Example
+)";
+struct Entry {
+  std::string name, type, attributes;
+};
+const Entry kEntries[] = {
+    {"ou=people", "organizationalUnit", ""},
+    {"ou=groups", "organizationalUnit", ""},
+    {"cn=ada,ou=people", "inetOrgPerson", "sn: x\nmail: ada@d\n"},
+    {"cn=boss,ou=people", "inetOrgPerson", "sn: x\nmail: z-boss@d\nmail: a-boss@d\n"},
+    {"cn=ceo,ou=people", "inetOrgPerson", "sn: x\nmail: ceo@d\n"},
+    {"cn=chair,ou=people", "inetOrgPerson", "sn: x\nmail: chair@d\n"},
+    {"cn=mute,ou=people", "inetOrgPerson", "sn: x\n"},
+    {"cn=lonely,ou=people", "inetOrgPerson", "sn: x\nmail: lonely@d\n"},
+    {"cn=one,ou=people", "inetOrgPerson", "sn: x\nmail: two@d\n"},
+    {"cn=other,ou=people", "inetOrgPerson", "sn: x\nmail: two@d\n"},
+    {"cn=Ä\\, (*\\5c,ou=people", "inetOrgPerson", "sn: x\nmail: a*(b)\\c@d\n"},
+    {"cn=staff,ou=groups", "groupOfNames",
+     "member: cn=ada,ou=people,B\nowner: cn=boss,ou=people,B\nowner: cn=gone,ou=people,B\nowner: "
+     "cn=mute,ou=people,B\n"},
+    {"cn=division,ou=groups", "groupOfNames",
+     "member: cn=staff,ou=groups,B\nmember: cn=company,ou=groups,B\nowner: cn=ceo,ou=people,B\n"},
+    {"cn=company,ou=groups", "groupOfNames", "member: cn=division,ou=groups,B\nowner: cn=chair,ou=people,B\n"},
+    {"cn=odd,ou=groups", "groupOfNames",
+     "objectClass: extensibleObject\nmember: cn=ada,ou=people,B\nmember: cn=Ä\\, (*\\5c,ou=people,B\nowner: "
+     "cn=odd,ou=groups,B\nmail: odd@d\n"
+     "description: no name\n"},
+    {"ou=far", "organizationalUnit", ""},
+    {"ou=farther,ou=far", "referral", "objectClass: extensibleObject\nref: ldap://127.0.0.1:1/ou=farther\n"},
+};
+
+std::string ldif() {
+  std::string text = kLdif;
+  for (const Entry& entry : kEntries) {
+    std::string attributes = entry.attributes;
+    for (std::size_t place; (place = attributes.find(",B\n")) != std::string::npos;)
+      attributes.replace(place + 1, 1, kBase);
+    text += "\ndn: " + entry.name + "," + kBase + "\nobjectClass: " + entry.type + "\n" + attributes;
+  }
+  return text;
+}
+
+class Ldap : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    root_ = new TempRoot;
+    root_->write("ldif", ldif());
+    for (const auto& [name, mode] : {std::pair("password", 0640), {"open", 0644}}) {
+      root_->write(name, "secret\r\nnot this\n");
+      ::chmod((*root_ / name).c_str(), static_cast<mode_t>(mode));
+    }
+    for (const auto& [name, text] : {std::pair("wrong", "guess\n"), {"empty", "\nsecret\n"}, {"garbage.pem", "x"}}) {
+      root_->write(name, text);
+      ::chmod((*root_ / name).c_str(), 0600);
+    }
+    server_ = new Slapd(*root_ / "slapd", *root_ / "ldif");
+  }
+  static void TearDownTestSuite() {
+    delete server_;
+    delete root_;
+  }
+
+  static LdapProfileConfig profile() {
+    LdapProfileConfig profile;
+    profile.number = 3;
+    profile.urls = {server_->url()};
+    profile.bindDn = std::string("cn=admin,") + kBase;
+    profile.passwordFile = "/password";
+    profile.userBase = std::string("ou=people,") + kBase;
+    profile.groupBase = std::string("ou=groups,") + kBase;
+    profile.groupFilter = "(objectClass=groupOfNames)";
+    profile.nestedGroups = true;
+    profile.timeout = 1;
+    return profile;
+  }
+
+  static inline TempRoot* root_ = nullptr;
+  static inline Slapd* server_ = nullptr;
+};
+
+TEST(LdapFilter, LetsNoBytesMeanAnything) {
+  EXPECT_EQ(escapedFilterValue(std::string("*(a)\\\0\x7f\n\xc3\xa9 =", 12)), "\\2a\\28a\\29\\5c\\00\\7f\\0a\\c3\\a9 =");
+  EXPECT_EQ(userFilter("(|(mail={address})(alias=x{address}))", "{address}*"),
+            "(|(mail={address}\\2a)(alias=x{address}\\2a))");
+  EXPECT_EQ(memberFilter("(a=b)", "m", std::vector<std::string>{"cn=x\\,y", "z)"}),
+            "(&(a=b)(|(m=cn=x\\5c,y)(m=z\\29)))");
+}
+
+TEST(CircuitBreaker, LetsOneTryOnceThePauseIsOver) {
+  CircuitBreaker breaker(60s);
+  const CircuitBreaker::Clock::time_point start{};
+  const struct {
+    std::chrono::seconds at;
+    const char* event;  // what is reported before the question; null = nothing
+    const char* want;   // part of the refusal; null = may try
+  } steps[] = {
+      {0s, nullptr, nullptr},
+      {0s, "a", "another 60 s after a"},
+      {59s, nullptr, "another 1 s after a"},
+      {60s, nullptr, nullptr},
+      {60s, nullptr, "another 60 s after a"},
+      {90s, "b", "another 60 s after b"},
+      {150s, nullptr, nullptr},
+      {151s, "", nullptr},
+      {153s, "c", "60 s after c"},
+  };
+  for (const auto& step : steps) {
+    if (step.event && *step.event) breaker.failed(start + step.at, step.event);
+    if (step.event && !*step.event) breaker.succeeded();
+    const auto refusal = breaker.refusal(start + step.at);
+    EXPECT_EQ(refusal.has_value(), step.want != nullptr) << step.at.count();
+    EXPECT_THAT(refusal.value_or(""), HasSubstr(step.want ? step.want : "")) << step.at.count();
+  }
+}
+
+TEST_F(Ldap, FindsTheOwnersOfAUsersGroups) {
+  const struct {
+    const char* user;
+    bool nested;
+    int depth;  // 0 = the profile follows none
+    Addresses want;
+  } cases[] = {
+      {"ada@d", false, 8, {"odd@d", "z-boss@d"}},
+      {"ada@d", true, 0, {"odd@d", "z-boss@d"}},
+      {"ada@d", true, 1, {"ceo@d", "odd@d", "z-boss@d"}},
+      {"ada@d", true, 64, {"ceo@d", "chair@d", "odd@d", "z-boss@d"}},
+      {"a*(b)\\c@d", true, 8, {"odd@d"}},
+      {"lonely@d", true, 8, {}},
+      {"nobody@d", true, 8, {}},
+      {"*", true, 8, {}},
+      {"ada@d)(cn=*", true, 8, {}},
+  };
+  for (const auto& c : cases) {
+    LdapProfileConfig config = profile();
+    config.nestedGroups = c.depth > 0;
+    config.nestedDepth = c.depth;
+    EXPECT_EQ(LdapDirectory(config).ownersOfGroupsOf(c.user, c.nested), c.want) << c.user << ' ' << c.depth;
+  }
+}
+
+TEST_F(Ldap, NeverTakesAPartOrAFaultForAnAnswer) {
+  using Change = void (*)(LdapProfileConfig&);
+  const struct {
+    const char* user;
+    OwnerBounds bounds;
+    Change change;
+    const char* want;
+  } cases[] = {
+      {"two@d", {}, [](auto&) {}, "more than one entry below \"ou=people,dc=example,dc=org\" matches (mail=two@d)"},
+      {"two@d", {}, [](auto& p) { p.userFilter = "(|(mail={address})(sn=x))"; }, "more than one entry"},
+      {"ada@d", {0, 9}, [](auto&) {}, "in more groups than the server, or one look-up, gives"},
+      {"ada@d", {2, 9}, [](auto&) {}, "in more than 2 groups"},
+      {"ada@d", {9, 3}, [](auto&) {}, "more than 3 owners"},
+      {"ada@d", {}, [](auto& p) { p.userBase = "ou=none,dc=example,dc=org"; }, "No such object"},
+      {"ada@d", {}, [](auto& p) { p.groupBase = "ou=none,dc=example,dc=org"; }, "No such object"},
+      {"ada@d", {}, [](auto& p) { p.groupBase = "x"; }, "below \"x\": Invalid DN syntax"},
+      {"ada@d", {}, [](auto& p) { p.groupBase = "dc=elsewhere"; }, "refers to another server"},
+      {"ada@d", {}, [](auto& p) { p.groupBase = "ou=far,dc=example,dc=org"; }, "refers to another server"},
+      {"ada@d", {}, [](auto& p) { p.userFilter = "(&(mail={address})"; }, "Bad search filter"},
+      {"a*(b)\\c@d", {}, [](auto& p) { p.ownerAttribute = "description"; }, "entry \"no name\": Invalid DN syntax"},
+      {"ada@d", {}, [](auto& p) { p.bindDn.clear(); }, "Insufficient access"},
+      {"ada@d", {}, [](auto& p) { p.passwordFile = "/wrong"; }, "=org\": Invalid credentials"},
+      {"ada@d", {}, [](auto& p) { p.passwordFile = "/open"; }, "/open is open to others"},
+      {"ada@d", {}, [](auto& p) { p.passwordFile = "/empty"; }, "/empty has an empty first line"},
+      {"ada@d", {}, [](auto& p) { p.passwordFile = "/none"; }, "/none cannot be opened: No such file"},
+      {"ada@d", {}, [](auto& p) { p.passwordFile = "/slapd"; }, "/slapd is no regular file"},
+  };
+  for (const auto& c : cases) {
+    LdapProfileConfig config = profile();
+    c.change(config);
+    LdapDirectory directory(config, {.bounds = c.bounds});
+    const std::string text = thrownBy([&] { directory.ownersOfGroupsOf(c.user, true); });
+    EXPECT_THAT(text, ::testing::StartsWith("LDAP profile 3: ")) << c.want;
+    EXPECT_THAT(text, HasSubstr(c.want));
+    EXPECT_THAT(text, ::testing::Not(HasSubstr("secret"))) << c.want;
+  }
+}
+
+TEST_F(Ldap, DemandsTheCertificateOfTheRightAuthority) {
+  const struct {
+    bool startTls;
+    const char* ca;
+    const char* host;
+    const char* want;
+  } cases[] = {
+      {true, "/slapd/ca.pem", "127.0.0.1", "nothing thrown"},
+      {false, "/slapd/ca.pem", "127.0.0.1", "nothing thrown"},
+      {true, "/slapd/other-ca.pem", "127.0.0.1", "TLS, with a valid certificate for this host by an authority"},
+      {false, "/slapd/other-ca.pem", "127.0.0.1", "slapd/other-ca.pem: Can't contact LDAP server"},
+      {true, "/slapd/ca.pem", "localhost", "TLS, with a valid certificate for this host by an authority"},
+      {false, "/slapd/ca.pem", "localhost", "slapd/ca.pem: Can't contact LDAP server"},
+      {false, "", "127.0.0.1", "by an authority in /etc/"},
+      {true, "/none.pem", "127.0.0.1", "/none.pem cannot be opened: No such file"},
+      {false, "/garbage.pem", "127.0.0.1", "garbage.pem: Can't contact"},
+  };
+  for (const auto& c : cases) {
+    LdapProfileConfig config = profile();
+    config.startTls = c.startTls;
+    std::string url = c.startTls ? server_->url() : server_->tlsUrl();
+    config.urls = {url.replace(url.find("127.0.0.1"), 9, c.host)};
+    config.caFile = c.ca;
+    EXPECT_THAT(thrownBy([&] { LdapDirectory(config).ownersOfGroupsOf("ada@d", false); }), HasSubstr(c.want)) << c.ca;
+  }
+}
+
+/// Sends `answer` to the first who connects, and says nothing more.
+class SilentServer {
+ public:
+  explicit SilentServer(const std::string& answer) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    if (::listen(listener_, 8) != 0 || ::getsockname(listener_, any, &size) != 0) throw std::runtime_error("no port");
+    url = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    thread_ = std::thread([this, answer] {
+      peer_ = ::accept(listener_, nullptr, nullptr);
+      ::send(peer_, answer.data(), answer.size(), MSG_NOSIGNAL);
+    });
+  }
+  SilentServer(const SilentServer&) = delete;
+  SilentServer& operator=(const SilentServer&) = delete;
+  ~SilentServer() {
+    ::shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    ::close(listener_);
+    ::close(peer_);
+  }
+
+  std::string url;  // without its scheme
+
+ private:
+  int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int peer_ = -1;
+  std::thread thread_;
+};
+
+TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
+  const std::string bound("\x30\x0c\x02\x01\x01\x61\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
+  const std::string tlsBegins("\x30\x0c\x02\x01\x01\x78\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
+  const struct {
+    const char* scheme;
+    bool startTls;
+    std::string answer;
+    const char* want;
+  } cases[] = {
+      {"ldap://", false, "", "bind as \"cn=admin,dc=example,dc=org\": no answer within 1 s"},
+      {"ldap://", false, bound, "search of (mail=ada@d) below \"ou=people,dc=example,dc=org\": no answer within 1 s"},
+      {"ldap://", true, "", "StartTLS: no answer within 1 s"},
+      {"ldap://", true, tlsBegins, "TLS: no answer within 1 s"},
+      {"ldaps://", false, "", "TLS: no answer within 1 s"},
+  };
+  for (const auto& c : cases) {
+    const SilentServer silent(c.answer);
+    LdapProfileConfig config = profile();
+    config.startTls = c.startTls;
+    config.urls = {c.scheme + silent.url};
+    LdapDirectory directory(config);
+    const auto start = std::chrono::steady_clock::now();
+    const std::string text = thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); });
+    EXPECT_EQ(text, "LDAP profile 3: " + config.urls[0] + ": " + c.want);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms) << c.want;
+    for (int i = 0; i < 100; ++i) {
+      EXPECT_THAT(thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }), HasSubstr("not tried for another"));
+    }
+    EXPECT_LE(std::chrono::steady_clock::now() - start, 5s) << c.want;
+  }
+}
+
+TEST_F(Ldap, TakesTheNextServerAndConnectsAnew) {
+  const SilentServer silent("");
+  LdapProfileConfig config = profile();
+  config.urls = {"ldap://127.0.0.1:1", "ldap://" + silent.url, server_->url()};
+  LdapDirectory directory(config);
+  const Addresses want{"odd@d", "z-boss@d"};
+  EXPECT_EQ(directory.ownersOfGroupsOf("ada@d", false), want);
+  server_->stop();
+  server_->start();
+  EXPECT_EQ(directory.ownersOfGroupsOf("ada@d", false), want);  // its connection was closed meanwhile
+  server_->stop();
+  const std::string text = thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); });
+  server_->start();
+  for (const std::string& part : {std::string("after ldap://127.0.0.1:1: cannot connect"), silent.url + ": bind as",
+                                  server_->url() + ": cannot connect: Can't contact LDAP server"}) {
+    EXPECT_THAT(text, HasSubstr(part));
+  }
+  EXPECT_THAT(thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }), HasSubstr("60 s after " + server_->url()));
+}
+
+TEST_F(Ldap, KeepsConnectionsForThisProcessAndAWhile) {
+  const LdapProfileConfig config = profile();
+  IdleConnections idle(1h);
+  IdleConnections tooLong(0ms);
+  for (IdleConnections* connections : {&idle, &tooLong}) {
+    connections->put(std::make_unique<LdapConnection>(config, server_->url()));
+  }
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(idle.take() == nullptr ? 0 : 1);
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(tooLong.take(), nullptr);
+  const auto kept = idle.take();
+  ASSERT_NE(kept, nullptr);
+  EXPECT_FALSE(kept->read("cn=none," + config.userBase, "mail"));
+}
+
+TEST_F(Ldap, ServesManyThreads) {
+  LdapDirectory directory(profile());
+  std::atomic<int> good{0};
+  const auto look = [&] {
+    for (int i = 0; i < 20; ++i) {
+      good += directory.ownersOfGroupsOf("ada@d", true).size() == 4 && directory.ownersOfGroupsOf("x@d", true).empty();
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) threads.emplace_back(look);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, 160);
+}
+
+TEST_F(Ldap, IsWhatTheConfigurationSays) {
+  root_->write("etc/velmar/host.toml", R"(global.host_name = "h.d"
+antispam = { release_account = "r", delete_account = "d" }
+domain = [{ name = "d" }]
+[[ldap_profile]]
+number = 4
+urls = ["ldap://127.0.0.1:1"]
+user_base = "dc=x"
+[[ldap_profile]]
+number = 3
+bind_dn = "cn=admin,dc=example,dc=org"
+password_file = "/password"
+user_base = "ou=people,dc=example,dc=org"
+group_base = "ou=groups,dc=example,dc=org"
+urls = [")" + server_->url() + "\"]\n");
+  EXPECT_THAT(configuredLdapProfiles(), ::testing::ElementsAre(4, 3));
+  EXPECT_EQ(checkLdapProfile(3),
+            server_->url() + " answers, with groups that have owners; the password goes there unencrypted");
+  EXPECT_THAT(thrownBy([] { checkLdapProfile(4); }), HasSubstr("profile 4: ldap://127.0.0.1:1: cannot connect"));
+  const auto owners = [](int number) {
+    return QRL_LdapUserManager::Instance().getGroupOwnerAddressesForUser("ada@d", number, true);
+  };
+  EXPECT_EQ(owners(3), (Addresses{"odd@d", "z-boss@d"}));
+  EXPECT_EQ(thrownBy([&] { owners(7); }), "LDAP profile 7 is not configured");
+  LdapProfileConfig config = profile();
+  config.ownerAttribute = "seeAlso";
+  EXPECT_THAT(thrownBy([&] { LdapDirectory(config).check(); }), HasSubstr("no group with members and owners"));
+}
+
+}  // namespace
+}  // namespace Velmar::Host

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""A directory server of its own for one test, on free loopback ports, in a directory of its own.
+
+As a program, for tests in other languages: slapd.py DIRECTORY LDIF serves what the file LDIF holds, prints its port and
+its ldaps port, obeys the lines "stop" and "start" on its input with a line each, and ends with its input.
+"""
+
+import socket
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+SUFFIX = "dc=example,dc=org"
+ADMIN = "cn=admin," + SUFFIX
+PASSWORD = "secret"
+CONFIG = """
+include /etc/ldap/schema/core.schema
+include /etc/ldap/schema/cosine.schema
+include /etc/ldap/schema/inetorgperson.schema
+modulepath /usr/lib/ldap
+moduleload back_mdb
+pidfile {dir}/slapd.pid
+TLSCACertificateFile {dir}/ca.pem
+TLSCertificateFile {dir}/server.pem
+TLSCertificateKeyFile {dir}/server.key
+referral ldap://127.0.0.1:1
+access to * by users read by * auth
+database mdb
+maxsize 16777216
+directory {dir}/data
+suffix "{suffix}"
+rootdn "{admin}"
+rootpw {password}
+index mail,member eq
+"""
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def run(*command):
+    done = subprocess.run([str(part) for part in command], capture_output=True, text=True)
+    if done.returncode != 0:
+        raise RuntimeError("%s: %s" % (command, done.stderr))
+
+
+def make_certificate(directory, name, *options):
+    """Makes NAME.pem and NAME.key; signed by itself unless the options say otherwise."""
+    run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
+        "-subj", "/CN=" + name, "-keyout", directory / (name + ".key"), "-out", directory / (name + ".pem"), *options)
+
+
+class Slapd:
+    """Serves `ldif` below SUFFIX to those who bind; its certificate is for 127.0.0.1, by the authority ca.pem."""
+
+    def __init__(self, directory, ldif):
+        self.directory = Path(directory)
+        self.port, self.tls_port = free_port(), free_port()
+        self.process = None
+        (self.directory / "data").mkdir(parents=True)
+        make_certificate(self.directory, "other-ca")
+        make_certificate(self.directory, "ca")
+        make_certificate(self.directory, "server", "-CA", self.directory / "ca.pem", "-CAkey", self.directory / "ca.key",
+                         "-addext", "subjectAltName=IP:127.0.0.1")
+        self.config = self.directory / "slapd.conf"
+        self.config.write_text(CONFIG.format(dir=self.directory, suffix=SUFFIX, admin=ADMIN, password=PASSWORD))
+        run("/usr/sbin/slapadd", "-q", "-f", self.config, "-l", ldif)
+        self.start()
+
+    def start(self):
+        urls = "ldap://127.0.0.1:%d/ ldaps://127.0.0.1:%d/" % (self.port, self.tls_port)
+        self.process = subprocess.Popen(["/usr/sbin/slapd", "-d", "0", "-f", self.config, "-h", urls],
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+        for _ in range(200):
+            try:
+                return socket.create_connection(("127.0.0.1", self.tls_port)).close()
+            except ConnectionRefusedError:
+                time.sleep(0.05)
+        self.stop()
+        raise RuntimeError("slapd does not answer")
+
+    def stop(self):
+        if self.process:
+            self.process.terminate()
+            self.process.wait(30)
+            self.process = None
+
+
+def main():
+    server = Slapd(*sys.argv[1:])
+    try:
+        print(server.port, server.tls_port, flush=True)
+        for line in sys.stdin:
+            {"stop": server.stop, "start": server.start}[line.strip()]()
+            print("done", flush=True)
+    finally:
+        server.stop()
+
+
+if __name__ == "__main__":
+    main()
