@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <climits>
 #include <map>
+#include <regex>
 #include <thread>
 
 #include "host/mail_builder/hand_over/queue_claim.h"
@@ -131,7 +132,7 @@ TEST_F(QueueTest, WhatEachAnswerMakesOfAMail) {
       {"ap", "failed p 1 550 no;", "0 0 1 0 0 0", "mail-handed-over(m a@x 250 ok)mail-refused(m p@x 550 no)"},
       {"pap", "failed p p 1 550 no;", "0 0 1 0 0 0", "mail-handed-over(m a@x 250 ok)mail-refused(m p@x,p@x 550 no)"},
       {"tap", "waiting t 1 450 later;failed p 1 550 no;", "0 1 1 0 0 0",
-       "mail-handed-over(m a@x 250 ok)mail-delayed(m t@x 450 later)mail-refused(m p@x 550 no)"},
+       "mail-handed-over(m a@x 250 ok)mail-delayed(m t@x 450 later)mail-refused(m~ p@x 550 no)"},
       {"x", "failed x 1 not sent: bare CR in the mail;", "0 0 1 0 0 0",
        "mail-refused(m x@x not sent: bare CR in the mail)"},
       {"au", "waiting u 1 450 later;", "0 1 0 0 0 0", "mail-handed-over(m a@x 250 ok)mail-delayed(m u@x 450 later)"},
@@ -146,8 +147,9 @@ TEST_F(QueueTest, WhatEachAnswerMakesOfAMail) {
     const FlushResult result = flush();
     EXPECT_EQ(spool(), one.wantSpool);
     EXPECT_EQ(counts(result), one.wantCounts);
-    EXPECT_EQ(log, one.wantLog);
+    EXPECT_EQ(std::regex_replace(log, std::regex("m-[0-9a-f]{8} "), "m~ "), one.wantLog);
     EXPECT_THAT(result.problems, SizeIs(result.delayed + result.failed));
+    for (const Host::FlushProblem& problem : result.problems) EXPECT_NE(Host::readSpool(problem.id).id, "");
     for (const Host::SpoolEntry& entry : Host::listSpool()) {
       EXPECT_EQ(Host::readSpool(entry.id).content, "To: a@x\r\n\r\nof m\r\n");
       EXPECT_EQ(entry.id.starts_with("m-"), entry.state == SpoolState::kFailed && result.delayed > 0);
