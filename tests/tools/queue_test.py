@@ -81,6 +81,9 @@ class QueueTest(unittest.TestCase):
         states = self.states()
         self.assertRegex(" ".join(states["boris@example.org"]), r" waiting in [45] min 450 4.2.0 full$")
         self.assertEqual(states["chiyo@example.org"][1:], ("FAILED", "-", "550 5.1.1 unknown"))
+        checked = self.on_host("check")
+        self.assertRegex(checked, r"(?m)^note  spool +1 mail waits, the oldest for \d+ s; 1 mail has failed, see")
+        self.assertRegex(checked, r"(?m)^good  mail server +smtp://127.0.0.1:\d+ offers no extensions$")
         self.assertEqual(self.on_host("queue", "flush"), "0 handed on, 1 not due yet\n")
         chiyo = states["chiyo@example.org"][0]
         self.assertIn("chiyo@example.org", self.on_host("queue", "show", chiyo))
@@ -96,6 +99,7 @@ class QueueTest(unittest.TestCase):
         self.configure(url='"smtp://127.0.0.1:1"')
         self.assertRegex(self.on_host("queue", "flush", want=1), r"\n0 handed on, 1 delayed, 1 held back\n.* in [45] min\.\n$")
         self.assertRegex(self.on_host("queue", "flush", want=1), r"^0 handed on, 2 held back\n")
+        self.assertRegex(self.on_host("check", want=1), r"(?m)^BAD   mail server +.*127\.0\.0\.1.*\n +to mend it: ")
         self.assertIn("The mail server cannot be used (", self.on_host("queue", "list"))
         self.configure()
         self.on_host("queue", "retry", "--all")
