@@ -16,6 +16,7 @@
 
 #include "host/common/current_mailbox.h"
 #include "host/common/host_config.h"
+#include "host/common/preview.h"
 #include "host/common/root.h"
 #include "host/host.h"
 #include "host/logging/datagram_sink.h"
@@ -161,7 +162,7 @@ class Log {
   }
 
   void write(const LogRecord& record) {
-    const Sinks* sinks = configured_.get();
+    const Sinks* sinks = isPreview() ? nullptr : configured_.get();
     std::vector<LogRecord> failures;
     const Taken taken = offer(sinks, record, failures);
     for (const LogRecord& failure : failures) {

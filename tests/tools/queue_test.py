@@ -82,6 +82,8 @@ class QueueTest(unittest.TestCase):
         out = self.on_host("queue", "list")
         self.assertRegex(out, r"(?m) waiting +\d+ s +1 +in [45] min .* boris@example.org +450 4.2.0 full$")
         chiyo, = re.findall(r"(?m)^(\S+) +FAILED +\d+ s +1 +- .* chiyo@example.org +550 5.1.1 unknown$", out)
+        checked = self.on_host("check", want=1)
+        self.assertRegex(checked, r"(?m)^good  mail server +smtp://127.0.0.1:\d+ offers no extensions$")
         self.assertIn("chiyo@example.org", self.on_host("queue", "show", chiyo))
         self.assertIn(damaged.name, self.on_host("queue", "retry", "--all", want=1))
         self.assertRegex(self.on_host("queue", "drop", damaged.name, "-v"), r'mail-dropped ".*" id="%s" ' % damaged.name)
@@ -89,6 +91,7 @@ class QueueTest(unittest.TestCase):
         self.configure(url='"smtp://127.0.0.1:1"')
         self.assertRegex(self.on_host("queue", "flush", want=1), r"\n0 handed on, 1 delayed, 1 held back\nThe mail server")
         self.assertRegex(self.on_host("queue", "list"), r"\nThe mail server cannot be used \(.*\bin [45] min\.\n$")
+        self.assertRegex(self.on_host("check", want=1), r"(?m)^BAD   mail server +.*127\.0\.0\.1.*\n +to mend it: ")
         self.configure()
         self.server.answers = {}
         self.assertRegex(self.on_host("queue", "flush", want=1), r"^0 handed on, 2 held back\n")

@@ -21,4 +21,8 @@ namespace Velmar::Host {
 /// counts as temporary failure: such a mail may arrive twice.
 std::unique_ptr<Transport> makeSmtpTransport(const QueueConfig& config, const std::string& ehloName);
 
+/// Opens a session with that server and ends it without a mail. Returns what the server offers, e.g. "8BITMIME, DSN".
+/// Throws Exception with the reason why mails could not be handed on, and as above.
+std::string checkSmtpServer(const QueueConfig& config, const std::string& ehloName);
+
 }  // namespace Velmar::Host
