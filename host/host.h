@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -35,16 +36,23 @@ struct EventInfo {
   std::array<const char*, 3> fields;  ///< names of its fields in order; null = no further one
   bool failure;                       ///< a report that was due is not sent
   const char* meaning;                ///< one line for people
+  /// What happened, as a sentence whose placeholders name fields: {mailbox} is the value, {count:message/messages} a
+  /// number with the word for one or for more, {recipients#recipient/recipients} how many values the commas separate.
+  const char* text;
+  bool warning = false;  ///< something needs a look, although no report is lost
 };
 
 /// All log events, by ascending code. They live as long as the process.
 VLM_EXPORT std::span<const EventInfo> eventTable() noexcept;
 
+/// The readable text of an event in general: field names in capitals stand for values, N for how many there are.
+VLM_EXPORT std::string eventTextForm(const EventInfo& event);
+
 /// One log event as it was emitted. References are valid during the call of an observer only.
 struct Event {
   unsigned int code;
   const char* name;                        ///< as in docs/log-events.md, "unknown" for other codes
-  const std::vector<std::string>& fields;  ///< raw bytes, unescaped
+  const std::vector<std::string>& fields;  ///< raw bytes, unescaped; the log may add "mailbox"
 };
 
 /// Calls `observer` for each event of any thread, beside the log's own sinks, until another one (or null) is set.
@@ -52,8 +60,8 @@ struct Event {
 /// When this returns, the observer that was set before is no longer running.
 VLM_EXPORT void setEventObserver(std::function<void(const Event&)> observer);
 
-/// Whether events are also written to stderr. The configuration decides unless this is called, and a log file that
-/// cannot be written sends them there. Any thread.
+/// Whether events are also written to stderr. Unless this is called the configuration decides, and events that no other
+/// sink takes go there. Any thread.
 VLM_EXPORT void setLogToStderr(bool enabled);
 
 /// A mail as the library hands it to the queue.
@@ -147,15 +155,67 @@ VLM_EXPORT FlushResult flushQueue(const FlushOptions& options);
 /// Makes the spool's directories when they are missing and looks whether this user may write there. Throws Exception.
 VLM_EXPORT void checkSpool();
 
+/// Looks whether the spool's file system has the room that the configuration asks for. Throws Exception with the
+/// numbers when it has not, or when it could not look.
+VLM_EXPORT void checkSpoolRoom();
+
+/// Connects to the mail server of the configuration as a mail would, with TLS and authentication. Returns its name and
+/// what it offers; "" when mails stay in the spool. Throws Exception with the reason.
+VLM_EXPORT std::string checkMailServer();
+
 /// What keeps a report template from being used, with file and line where there is one; "" when nothing does.
 /// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
 VLM_EXPORT std::string templateFault(const std::string& name, const std::string& domain);
+
+/// What a preview looks at instead of the user's and the site's own choice.
+struct PreviewChoice {
+  std::string language;        ///< code of a language; "" = what the user prefers
+  std::string templateName;    ///< "" = what the configuration says
+  std::string templateDomain;  ///< whose template of that name; "" = the system's
+};
+
+/// From now on this process makes previews, with this choice until another one is set: events go to the observer, and
+/// to stderr when setLogToStderr() said so, but not to the log. Any thread.
+VLM_EXPORT void setPreview(PreviewChoice choice);
+
+/// A file that the configuration names, beside itself.
+struct ConfiguredFile {
+  enum class Use { kLog, kPassword, kCertificates };
+  std::string key;   ///< as in the configuration, e.g. "queue.auth_file"
+  std::string path;  ///< below the root
+  Use use = Use::kLog;
+};
+
+/// All of them, whether they exist or not; the configuration itself is one when it holds a password.
+/// Throws Exception when it cannot be read.
+VLM_EXPORT std::vector<ConfiguredFile> configuredFiles();
+
+/// Something odd about a report template that can be used: a name that no report fills, a value that is not escaped.
+struct TemplateRemark {
+  std::string place;  ///< FILE:LINE
+  std::string text;
+};
+
+/// The remarks on the template that templateFault() looks at; none when there is no such template. It throws the same.
+VLM_EXPORT std::vector<TemplateRemark> templateRemarks(const std::string& name, const std::string& domain);
 
 /// Looks at the secret that signs login links; makes it when there is none. Throws Exception with the reason.
 VLM_EXPORT void checkSecret();
 
 /// Names of the configured domains, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<std::string> configuredDomains();
+
+/// A recipient policy whose pattern matches an address.
+struct PolicyMatch {
+  std::uint32_t number = 0;  ///< its place among the policies of the configuration, from 1
+  std::string pattern;
+  bool enabled = true;
+  bool takesPart = true;  ///< in reports
+};
+
+/// The policies whose pattern matches a bare address, in the order of the configuration: the first one that is enabled
+/// and takes part decides. Throws Exception when the configuration cannot be read.
+VLM_EXPORT std::vector<PolicyMatch> policiesMatching(const std::string& address);
 
 /// How far back scheduled reports make up for missed ones, in hours. Throws Exception when the configuration cannot be
 /// read.
@@ -171,8 +231,8 @@ VLM_EXPORT bool mailboxExists(const std::string& address);
 /// Numbers of the configured LDAP profiles, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<int> configuredLdapProfiles();
 
-/// Connects to each server of an LDAP profile, binds, and tries the searches of a look-up. Returns a line that says what
-/// answered. Throws Exception that names profile, server and the first fault; also when no group has an owner.
+/// Connects to each server of an LDAP profile, binds, and tries the searches of a look-up. Returns a line that says
+/// what answered. Throws Exception that names profile, server and the first fault; also when no group has an owner.
 VLM_EXPORT std::string checkLdapProfile(int number);
 
 /// The mailboxes of a domain that exist on disk, as addresses, sorted; deleted users are left out.
@@ -184,6 +244,9 @@ VLM_EXPORT void addListEntry(const std::string& owner, const std::string& list, 
 
 /// All entries of one owner as (list, entry), by list and then in the order in which they were added.
 VLM_EXPORT std::vector<std::pair<std::string, std::string>> listEntries(const std::string& owner);
+
+/// Whether dates can be written in the language of this code ("de", "pt-BR", "de_DE.UTF-8"); else they are in English.
+VLM_EXPORT bool isKnownLanguage(const std::string& code);
 
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);

@@ -11,6 +11,7 @@
 
 #include "host/common/config_nesting.h"
 #include "host/common/config_value.h"
+#include "host/common/root.h"
 
 namespace Velmar::Host {
 namespace {
@@ -469,6 +470,8 @@ const DomainConfig* HostConfig::findDomain(std::string_view name) const {
   const auto found = domainPlaces.find(asciiLower(name));
   return found == domainPlaces.end() ? nullptr : &domains[found->second];
 }
+
+std::string hostConfigPath() { return underRoot("/etc/velmar/host.toml"); }
 
 std::vector<std::string> hostConfigKeys() {
   std::vector<std::string> names;

@@ -13,7 +13,6 @@
 
 #include "host/common/descriptor.h"
 #include "host/common/host_config.h"
-#include "host/common/root.h"
 
 namespace Velmar::Host {
 namespace {
@@ -60,8 +59,6 @@ HostConfig load() {
 }
 
 }  // namespace
-
-std::string hostConfigPath() { return underRoot("/etc/velmar/host.toml"); }
 
 const HostConfig& hostConfig() {
   // Not a static with an initialiser: under ThreadSanitizer the waiters of one that throws can hang for ever.

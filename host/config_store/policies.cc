@@ -2,6 +2,7 @@
 
 #include "host/common/host_config.h"
 #include "host/config_store/pattern.h"
+#include "host/host.h"
 #include "platform/config_store.h"
 
 namespace Velmar {
@@ -28,6 +29,16 @@ int cfg_get_managed_recipient_policy_with_filter(const char* address, __recipien
     return kFound;
   }
   return kNone;
+}
+
+std::vector<Host::PolicyMatch> Host::policiesMatching(const std::string& address) {
+  const std::string folded = asciiLower(address);
+  std::vector<PolicyMatch> matches;
+  for (const PolicyConfig& policy : hostConfig().policies) {
+    if (!patternMatches(policy.pattern, folded)) continue;
+    matches.push_back({policy.record.ngid, policy.pattern, policy.enabled, policy.record.spamReport != 0});
+  }
+  return matches;
 }
 
 }  // namespace Velmar

@@ -1,22 +1,25 @@
 #pragma once
 
-// One line of the log.
+// The forms in which entries of the log leave the process.
 
-#include <ctime>
+#include <sys/types.h>
+
 #include <string>
-#include <vector>
+
+#include "host/logging/log_record.h"
 
 namespace Velmar::Host {
 
-/// "2026-11-22T08:00:00.123+01:00 0x80010 nothing-held mailbox="u@d"" and a line feed. when: the clock's time, written
-/// as local time. Fields beyond those the event is known to have are called field1, field2, ... by their place.
-std::string eventLine(const std::timespec& when, unsigned int code, const std::vector<std::string>& fields);
+/// A line of a file or of stderr: "2026-11-22T08:00:00.123+01:00 0x80010 nothing-held "TEXT" mailbox="u@d"" and a line
+/// feed; "-" in place of the code where there is none. The time is written as local time. Every value is escaped.
+std::string logLine(const LogRecord& record);
 
-/// A line of a debug trace: "TIME - debug source="FILE:LINE" function="F" text="..."" and a line feed.
-std::string debugLine(const std::timespec& when, const char* file, int line, const char* function,
-                      const std::vector<std::string>& fields);
+/// A datagram of the journal's native protocol: MESSAGE, PRIORITY, SYSLOG_IDENTIFIER, SYSLOG_FACILITY, VELMAR_EVENT
+/// (the code, for events only), VELMAR_EVENT_NAME and VELMAR_FIELD for each field. MESSAGE is escaped, the fields'
+/// values are raw bytes.
+std::string journalDatagram(const LogRecord& record);
 
-/// A line of the log about itself: "TIME - log-file-unwritable path="..." error="..."" and a line feed.
-std::string unwritableLine(const std::timespec& when, const std::string& path, const std::string& error);
+/// A datagram as syslog(3) sends it: "<PRI>Nov 22 08:00:00 spamreport[PID]: NAME: TEXT", facility mail, escaped.
+std::string syslogDatagram(const LogRecord& record, pid_t pid);
 
 }  // namespace Velmar::Host

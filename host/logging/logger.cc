@@ -1,24 +1,32 @@
-// Takes the events of the library and hands each to the observer, the log file and stderr. It never throws
-// and never lets the state of the log decide whether a report goes out. A stderr that nobody reads holds it up, as it
-// would any program: whoever starts a daemon reads it or closes it.
+// Takes the events of the library and hands each to the observer and to the configured sinks. It never throws and never
+// lets the state of the log decide whether a report goes out: a sink that fails costs only its own entries, and one
+// that nobody reads holds a run up once, for some seconds.
+
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
-#include <system_error>
+#include <vector>
 
+#include "host/common/current_mailbox.h"
 #include "host/common/host_config.h"
+#include "host/common/preview.h"
 #include "host/common/root.h"
 #include "host/host.h"
+#include "host/logging/datagram_sink.h"
 #include "host/logging/event_table.h"
+#include "host/logging/event_text.h"
 #include "host/logging/field_format.h"
 #include "host/logging/file_sink.h"
 #include "host/logging/log_line.h"
-#include "host/logging/write_fully.h"
+#include "host/logging/log_record.h"
+#include "host/logging/stderr_sink.h"
 #include "platform/logging.h"
 
 namespace Velmar::Host {
@@ -28,11 +36,49 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kPauseAfterFailedLoad{10};
 
+constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
+constexpr char kSyslogSocket[] = "/dev/log";
+
+/// One place to which entries go, beside stderr.
+struct Destination {
+  const char* kind;
+  std::string path;
+  bool intoJournal;  ///< entries end in the journal; those of syslog do wherever there is one
+  std::function<int(const LogRecord&)> write{};  ///< returns 0 or an errno
+  std::atomic<int> error{0};                     ///< of the last entry
+};
+
 /// Where the configuration wants the log.
 struct Sinks {
   bool toStderr = true;
-  std::unique_ptr<FileSink> file;  ///< null = none
+  std::vector<std::unique_ptr<Destination>> destinations;
 };
+
+std::unique_ptr<Destination> fileDestination(const std::string& path) {
+  auto file = std::make_shared<FileSink>(path);
+  auto write = [file](const LogRecord& record) { return file->write(logLine(record)); };
+  return std::unique_ptr<Destination>(new Destination{"file", path, false, std::move(write)});
+}
+
+std::unique_ptr<Destination> journalDestination(const std::string& path) {
+  auto socket = std::make_shared<DatagramSink>(path, DatagramSink::TooLarge::kPassedAsFile);
+  auto write = [socket](const LogRecord& record) { return socket->send(journalDatagram(record)); };
+  return std::unique_ptr<Destination>(new Destination{"journal", path, true, std::move(write)});
+}
+
+std::unique_ptr<Destination> syslogDestination(const std::string& path) {
+  auto socket = std::make_shared<DatagramSink>(path, DatagramSink::TooLarge::kRefused);
+  auto write = [socket](const LogRecord& record) { return socket->send(syslogDatagram(record, ::getpid())); };
+  return std::unique_ptr<Destination>(new Destination{"syslog", path, true, std::move(write)});
+}
+
+Sinks sinksOf(const LogConfig& config) {
+  Sinks sinks{config.toStderr, {}};
+  if (!config.file.empty()) sinks.destinations.push_back(fileDestination(underRoot(config.file)));
+  if (config.toJournal) sinks.destinations.push_back(journalDestination(underRoot(kJournalSocket)));
+  if (config.toSyslog) sinks.destinations.push_back(syslogDestination(underRoot(kSyslogSocket)));
+  return sinks;
+}
 
 std::timespec now() {
   std::timespec when{};
@@ -71,11 +117,7 @@ class ConfiguredSinks {
     const std::lock_guard lock(mutex_);
     if (owned_ || Clock::now() < nextTry_) return owned_.get();
     nextTry_ = Clock::now() + kPauseAfterFailedLoad;
-    const LogConfig& config = hostConfig().log;
-    auto sinks = std::make_unique<Sinks>();
-    sinks->toStderr = config.toStderr;
-    if (!config.file.empty()) sinks->file = std::make_unique<FileSink>(underRoot(config.file));
-    owned_ = std::move(sinks);
+    owned_ = std::make_unique<Sinks>(sinksOf(hostConfig().log));
     ready_.store(owned_.get(), std::memory_order_release);
     return owned_.get();
   } catch (...) {
@@ -87,6 +129,15 @@ class ConfiguredSinks {
   std::unique_ptr<const Sinks> owned_;
   Clock::time_point nextTry_{};
 };
+
+/// The fields of an event, with the mailbox where the event has a place for it and comes without.
+std::vector<std::string> completed(const EventInfo* event, std::vector<std::string> fields) {
+  const bool missing = event && fields.size() < event->fields.size() && fieldPlace(*event, "mailbox") == fields.size();
+  if (!missing) return fields;
+  std::string mailbox = currentMailbox();
+  if (!mailbox.empty()) fields.push_back(std::move(mailbox));
+  return fields;
+}
 
 /// The log of the process.
 class Log {
@@ -103,46 +154,73 @@ class Log {
 
   void setToStderr(bool enabled) { stderrOverride_ = enabled ? Override::kOn : Override::kOff; }
 
-  void event(unsigned int code, const std::vector<std::string>& fields) {
-    observe(code, fields);
-    write(eventLine(now(), code, fields));
+  void event(unsigned int code, std::vector<std::string> emitted) {
+    const EventInfo* row = findEvent(code);
+    const std::vector<std::string> fields = completed(row, std::move(emitted));
+    observe(Event{code, row ? row->name : "unknown", fields});
+    write(eventRecord(now(), code, fields));
   }
 
-  void write(const std::string& line) {
-    const Override chosen = stderrOverride_;
-    const Sinks* sinks = configured_.get();
-    bool toStderr = chosen == Override::kNone ? !sinks || sinks->toStderr : chosen == Override::kOn;
-    if (sinks && sinks->file && !writeToFile(*sinks->file, line, chosen)) toStderr = chosen != Override::kOff;
-    if (toStderr) writeToStderr(line);
+  void write(const LogRecord& record) {
+    const Sinks* sinks = isPreview() ? nullptr : configured_.get();
+    std::vector<LogRecord> failures;
+    const Taken taken = offer(sinks, record, failures);
+    for (const LogRecord& failure : failures) {
+      std::vector<LogRecord> known;
+      writeToStderr(sinks, offer(sinks, failure, known), failure);
+    }
+    writeToStderr(sinks, taken, record);
   }
 
  private:
   enum class Override { kNone, kOn, kOff };
 
-  void observe(unsigned int code, const std::vector<std::string>& fields) noexcept try {
+  /// What became of an entry at the destinations.
+  struct Taken {
+    bool any = false;
+    bool intoJournal = false;
+  };
+
+  void observe(const Event& event) noexcept try {
     const std::shared_lock lock(observerMutex_);
-    const EventInfo* row = findEvent(code);
-    if (observer_) observer_(Event{code, row ? row->name : "unknown", fields});
+    if (observer_) observer_(event);
   } catch (...) {
     // An observer must not throw; if it does, the log's own line is still written.
   }
 
-  /// False when the line did not get into the file; stderr hears once why.
-  bool writeToFile(FileSink& file, const std::string& line, Override chosen) {
-    const int error = file.write(line);
-    const bool known = fileError_.exchange(error) == error;
-    if (error == 0) return true;
-    if (!known && chosen != Override::kOff) {
-      writeToStderr(unwritableLine(now(), file.path(), std::generic_category().message(error)));
+  /// Offers an entry to every destination. failures: is told of each that fails in a way that is new.
+  static Taken offer(const Sinks* sinks, const LogRecord& record, std::vector<LogRecord>& failures) {
+    Taken taken;
+    if (!sinks) return taken;
+    for (const auto& destination : sinks->destinations) {
+      const int error = destination->write(record);
+      const bool known = destination->error.exchange(error) == error;
+      taken.any |= error == 0;
+      taken.intoJournal |= error == 0 && destination->intoJournal;
+      if (!known && error) failures.push_back(sinkFailedRecord(now(), destination->kind, destination->path, error));
     }
-    return false;
+    return taken;
+  }
+
+  void writeToStderr(const Sinks* sinks, const Taken& taken, const LogRecord& record) {
+    const bool lost = sinks && !sinks->destinations.empty() && !taken.any;
+    if (!wantsStderr(sinks, lost)) return;
+    if (taken.intoJournal && stderrLeadsToJournal()) return;  // it is there already
+    stderr_.write(logLine(record));
+  }
+
+  /// lost: no destination took the entry, although there are some
+  bool wantsStderr(const Sinks* sinks, bool lost) const {
+    const Override chosen = stderrOverride_;
+    if (chosen != Override::kNone) return chosen == Override::kOn;
+    return !sinks || sinks->toStderr || lost;
   }
 
   std::shared_mutex observerMutex_;  // held while the observer runs: once it is replaced, it is no longer called
   std::function<void(const Event&)> observer_;
   std::atomic<Override> stderrOverride_{Override::kNone};
-  std::atomic<int> fileError_{0};
   ConfiguredSinks configured_;
+  StderrSink stderr_;
 };
 
 }  // namespace
@@ -189,8 +267,8 @@ void basepp::dbg::debug(const char* file, int line, const char* function, int /*
   std::va_list arguments;
   va_start(arguments, format);
   try {
-    const auto fields = Velmar::Host::formatFields(format, arguments);
-    Velmar::Host::Log::instance().write(Velmar::Host::debugLine(Velmar::Host::now(), file, line, function, fields));
+    const auto texts = Velmar::Host::formatFields(format, arguments);
+    Velmar::Host::Log::instance().write(Velmar::Host::debugRecord(Velmar::Host::now(), file, line, function, texts));
   } catch (...) {
     // Out of memory: the trace is lost.
   }

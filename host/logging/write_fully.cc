@@ -1,7 +1,8 @@
-// The write(2) loops of the log's sinks.
+// The write(2) and poll(2) loops of the log's sinks.
 
 #include "host/logging/write_fully.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -56,10 +57,23 @@ int writeFully(int fd, std::string_view bytes, std::size_t& written) noexcept {
   return 0;
 }
 
-void writeToStderr(std::string_view bytes) noexcept {
+int writeWithoutSignal(int fd, std::string_view bytes, std::size_t& written) noexcept {
   SigpipeHeldBack held;
-  std::size_t written = 0;
-  held.raised = writeFully(STDERR_FILENO, bytes, written) == EPIPE;
+  const int error = writeFully(fd, bytes, written);
+  held.raised = error == EPIPE;
+  return error;
+}
+
+bool waitWritable(int fd, std::chrono::milliseconds patience) noexcept {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  for (auto left = patience; left.count() >= 0;
+       left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now())) {
+    pollfd descriptor{fd, POLLOUT, 0};
+    const int ready = ::poll(&descriptor, 1, static_cast<int>(left.count()));
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    if (ready == 0) return false;
+  }
+  return false;
 }
 
 }  // namespace Velmar::Host

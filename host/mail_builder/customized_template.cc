@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/common/preview.h"
 #include "host/mail_builder/header_encoding.h"
 #include "host/mail_builder/template_store.h"
 #include "host/mail_builder/utf8.h"
@@ -129,7 +130,10 @@ boost::shared_ptr<VXCustomizedEmailTemplate> VXCustomizedEmailTemplate::create(i
                                                                                const std::string& domain,
                                                                                int /*reserved*/) {
   if (type != Host::kQuarantineReport) return {};
-  auto parsed = Host::findReportTemplate(name, domain);
+  const auto preview = Host::previewChoice();
+  auto parsed = preview->templateName.empty()
+                    ? Host::findReportTemplate(name, domain)
+                    : Host::findReportTemplate(preview->templateName, preview->templateDomain);
   return parsed ? Host::customize(std::move(parsed)) : boost::shared_ptr<VXCustomizedEmailTemplate>();
 }
 

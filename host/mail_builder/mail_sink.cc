@@ -17,6 +17,11 @@ using Sink = std::function<void(const QueuedMail&)>;
 std::mutex sinkMutex;
 std::shared_ptr<const Sink> currentSink;
 
+SpoolFloor configuredFloor() {
+  const QueueConfig& config = hostConfig().queue;
+  return {config.minFreeMib, config.minFreeInodes};
+}
+
 }  // namespace
 
 void setMailSink(std::function<void(const QueuedMail&)> sink) {
@@ -32,8 +37,12 @@ void acceptMail(const QueuedMail& mail) {
     sink = currentSink;
   }
   if (sink) return (*sink)(mail);
-  const QueueConfig& config = hostConfig().queue;
-  writeToSpool(mail, {config.minFreeMib, config.minFreeInodes});
+  writeToSpool(mail, configuredFloor());
+}
+
+void checkSpoolRoom() {
+  const std::string fault = spoolSpaceFault(spoolPath(), 0, configuredFloor());
+  if (!fault.empty()) throw Exception("SpoolException", 4, "MailSink", __LINE__, spoolPath() + ": " + fault);
 }
 
 }  // namespace Velmar::Host

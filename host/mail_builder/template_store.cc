@@ -12,11 +12,14 @@
 #include <ctime>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "host/common/root.h"
 #include "host/host.h"
 #include "host/mail_builder/system_file.h"
+#include "host/mail_builder/template_lint.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
@@ -85,15 +88,23 @@ bool areSettled(const Identities& identities) {
   });
 }
 
-std::shared_ptr<const ReportTemplate> parseFiles(const std::string& directory, const TemplateFiles& files) {
+/// The files of a directory; those that are not there are not open. Empty when there is none of them.
+std::optional<TemplateFiles> openFiles(const std::string& directory) {
+  TemplateFiles files;
+  for (std::size_t i = 0; i < files.size(); ++i) files[i] = openFile(directory + "/" + kFiles[i]);
+  const auto isOpen = [](const TemplateFile& file) { return file.descriptor.isOpen(); };
+  if (std::none_of(files.begin(), files.end(), isOpen)) return std::nullopt;
+  return files;
+}
+
+TemplateTexts readTexts(const std::string& directory, const TemplateFiles& files) {
   std::array<std::string, kFiles.size()> texts;
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (files[i].descriptor.isOpen()) {
       texts[i] = readUpTo(files[i].descriptor.get(), kMaxFile, directory + "/" + kFiles[i]);
     }
   }
-  return std::make_shared<const ReportTemplate>(
-      TemplateTexts{std::move(texts[0]), std::move(texts[1]), std::move(texts[2])}, directory);
+  return {std::move(texts[0]), std::move(texts[1]), std::move(texts[2])};
 }
 
 std::shared_ptr<const ReportTemplate> keptTemplate(const std::string& directory, const Identities& identities) {
@@ -101,6 +112,15 @@ std::shared_ptr<const ReportTemplate> keptTemplate(const std::string& directory,
   const auto found = kept().find(directory);
   if (found == kept().end() || !found->second.settled || found->second.identities != identities) return nullptr;
   return found->second.parsed;
+}
+
+/// Where a template may lie; the first place that has one counts. None when a name is no path component.
+std::vector<std::string> directoriesOf(const std::string& name, const std::string& domain) {
+  if (!isPathComponent(name)) return {};
+  const std::string own = underRoot("/etc/velmar/templates/");
+  if (domain.empty()) return {own + name, shareDirectory() + "/templates/" + name};
+  if (!isPathComponent(domain)) return {};
+  return {own + domain + "/" + name};
 }
 
 void keep(const std::string& directory, KeptTemplate entry) {
@@ -112,19 +132,14 @@ void keep(const std::string& directory, KeptTemplate entry) {
 }  // namespace
 
 std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& directory) {
-  TemplateFiles files;
-  std::size_t missing = 0;
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    files[i] = openFile(directory + "/" + kFiles[i]);
-    if (!files[i].descriptor.isOpen()) ++missing;
-  }
-  if (missing == files.size()) return nullptr;
+  const std::optional<TemplateFiles> files = openFiles(directory);
+  if (!files) return nullptr;
 
   KeptTemplate entry;
-  entry.identities = identitiesOf(files);
+  entry.identities = identitiesOf(*files);
   if (auto parsed = keptTemplate(directory, entry.identities)) return parsed;
   entry.settled = areSettled(entry.identities);
-  entry.parsed = parseFiles(directory, files);
+  entry.parsed = std::make_shared<const ReportTemplate>(readTexts(directory, *files), directory);
   keep(directory, entry);
   return entry.parsed;
 }
@@ -135,12 +150,19 @@ std::string templateFault(const std::string& name, const std::string& domain) {
   return "there is no " + underRoot("/etc/velmar/templates/") + (domain.empty() ? "" : domain + "/") + name + "/";
 }
 
+std::vector<TemplateRemark> templateRemarks(const std::string& name, const std::string& domain) {
+  for (const std::string& directory : directoriesOf(name, domain)) {
+    const std::optional<TemplateFiles> files = openFiles(directory);
+    if (files) return lintTemplate(readTexts(directory, *files));
+  }
+  return {};
+}
+
 std::shared_ptr<const ReportTemplate> findReportTemplate(const std::string& name, const std::string& domain) {
-  if (!isPathComponent(name)) return nullptr;
-  const std::string own = underRoot("/etc/velmar/templates/");
-  if (!domain.empty()) return isPathComponent(domain) ? reportTemplateIn(own + domain + "/" + name) : nullptr;
-  auto found = reportTemplateIn(own + name);
-  return found ? found : reportTemplateIn(shareDirectory() + "/templates/" + name);
+  for (const std::string& directory : directoriesOf(name, domain)) {
+    if (auto found = reportTemplateIn(directory)) return found;
+  }
+  return nullptr;
 }
 
 }  // namespace Velmar::Host

@@ -1,6 +1,6 @@
 // The quarantine of one user as a mailbox: opens the Maildir, picks the messages of a scope from its listing and hands
-// them out one by one with their headers. Called by the report's mailbox search. It changes nothing on disk, logs
-// nothing, and lets one bad message cost only itself.
+// them out one by one with their headers. Called by the report's mailbox search. It changes nothing on disk and lets
+// one bad message cost only itself: such messages are told to the log at the end of a scan.
 
 #include "platform/mailbox.h"
 
@@ -12,6 +12,7 @@
 #include "host/mailbox/maildir.h"
 #include "host/mailbox/maildir_name.h"
 #include "host/mailbox/message_file.h"
+#include "host/mailbox/unreadable.h"
 
 namespace Velmar {
 namespace {
@@ -78,12 +79,13 @@ class MaildirMessage final : public VXMessageBase {
 struct FoundMessage {
   Descriptor file;
   std::string_view name;
+  MaildirFolder folder = MaildirFolder::New;
   int error = 0;  // of the system, when it refused the message
 };
 
 class MaildirMailbox final : public VXMailboxBase {
  public:
-  explicit MaildirMailbox(Maildir maildir) : maildir_(std::move(maildir)) {}
+  MaildirMailbox(Maildir maildir, std::string path) : maildir_(std::move(maildir)), path_(std::move(path)) {}
 
   bool isOpen() const override { return true; }
 
@@ -104,9 +106,11 @@ class MaildirMailbox final : public VXMailboxBase {
       return message;
     }
     // Where every message was refused it is not the messages: "nothing held" would be a wrong answer.
-    if (!scan_.anyRead && scan_.refused != 0) {
-      throw systemError(__LINE__, "cannot read any message in", maildir_.path(scan_.refusedIn), scan_.refused);
+    const Unreadable& refused = scan_.refused;
+    if (!scan_.anyRead && refused.count() > 0) {
+      throw systemError(__LINE__, "cannot read any message in", refused.firstFolder(), refused.firstError());
     }
+    scan_.refused.tell(path_);
     return VXMessageRef();
   }
 
@@ -119,31 +123,27 @@ class MaildirMailbox final : public VXMailboxBase {
     Listing fresh;  // where messages were when one of them was last missed
     int newListings = 0;
     bool anyRead = false;
-    int refused = 0;  // the system's error for the first message that it refused
-    MaildirFolder refusedIn = MaildirFolder::New;
+    Unreadable refused;
   };
 
-  // An empty handle for a message that has gone or cannot be read: it is skipped without a word.
+  // An empty handle for a message that has gone or cannot be read: it is skipped.
   VXMessageRef read(const ListedMessage& listed) {
     const FoundMessage found = open(listed);
-    if (!found.file) return skip(listed, found.error);
+    if (!found.file) return skip(found, found.error);
     std::optional<HeaderBlock> header = readHeader(found.file);
-    if (!header) return skip(listed, errno);
+    if (!header) return skip(found, errno == ESTALE ? 0 : errno);  // ESTALE: gone since it was opened
     return VXMessageRef(new MaildirMessage(found.name, listed.time, std::move(*header)));
   }
 
-  VXMessageRef skip(const ListedMessage& listed, int error) {
-    if (scan_.refused == 0) {
-      scan_.refused = error;
-      scan_.refusedIn = listed.folder;
-    }
+  VXMessageRef skip(const FoundMessage& message, int error) {
+    if (error != 0) scan_.refused.add(maildir_.path(message.folder), message.name, error);
     return VXMessageRef();
   }
 
   FoundMessage open(const ListedMessage& listed) {
     OpenedMessage opened = openAs(listed, scan_.messages);
     if (opened.gone) return openWhereItIsNow(listed.time, scan_.messages.unique(listed));
-    return {std::move(opened.file), scan_.messages.name(listed), opened.error};
+    return {std::move(opened.file), scan_.messages.name(listed), listed.folder, opened.error};
   }
 
   // Finds a message that was renamed since the listing: flagged, or moved from new/ to cur/.
@@ -151,7 +151,7 @@ class MaildirMailbox final : public VXMailboxBase {
     for (;;) {
       if (const ListedMessage* now = scan_.fresh.find(time, unique)) {
         OpenedMessage opened = openAs(*now, scan_.fresh);
-        if (!opened.gone) return {std::move(opened.file), scan_.fresh.name(*now), opened.error};
+        if (!opened.gone) return {std::move(opened.file), scan_.fresh.name(*now), now->folder, opened.error};
       }
       if (scan_.newListings == kMaxNewListings) return {};
       ++scan_.newListings;
@@ -166,6 +166,7 @@ class MaildirMailbox final : public VXMailboxBase {
   }
 
   Maildir maildir_;
+  const std::string path_;
   MessageOpener opener_;
   Scan scan_;
 };
@@ -234,7 +235,8 @@ Ref<VXMailboxBase> VXMailBoxRef::create(const std::string& name, MailboxOpenMeth
   if (op != MAILBOX_OP_NONE) throw unknownValue(__LINE__, "unknown mailbox operation:", op);
   Descriptor directory = openQuarantine(parseName(name));
   if (!directory) return Ref<VXMailboxBase>();
-  return Ref<VXMailboxBase>(new MaildirMailbox(Maildir(std::move(directory), underRoot(name))));
+  const std::string path = underRoot(name);
+  return Ref<VXMailboxBase>(new MaildirMailbox(Maildir(std::move(directory), path), path));
 }
 
 }  // namespace Velmar

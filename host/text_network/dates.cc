@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/host.h"
 #include "platform/text_network.h"
 
 namespace Velmar {
@@ -48,9 +49,14 @@ bool isKnown(const icu::Locale& locale) {
   return !locale.isBogus() && languages.count(std::string_view(locale.getLanguage())) > 0;
 }
 
-/// The locale of a language code, English for one that is unknown. An encoding ("de_DE.UTF-8") is passed over.
+/// The locale of a language code, known or not. An encoding ("de_DE.UTF-8") is passed over.
+icu::Locale rawLocaleOf(const std::string& language) {
+  return icu::Locale(language.substr(0, language.find_first_of(".@")).c_str());
+}
+
+/// The same, English for one that is unknown.
 icu::Locale localeOf(const std::string& language) {
-  const icu::Locale locale(language.substr(0, language.find_first_of(".@")).c_str());
+  const icu::Locale locale = rawLocaleOf(language);
   return isKnown(locale) ? locale : icu::Locale(kEnglish);
 }
 
@@ -122,6 +128,10 @@ int translate_datetime(const std::tm* when, int style, const char* language, cha
   return 0;
 } catch (const std::bad_alloc&) {
   return -1;
+}
+
+bool Host::isKnownLanguage(const std::string& code) {
+  return !code.empty() && code.size() <= kMaxLanguage && isKnown(rawLocaleOf(code));
 }
 
 }  // namespace Velmar

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/common/preview.h"
 #include "host/host.h"
 #include "host/users_lists/state_store.h"
 #include "platform/users_lists.h"
@@ -42,7 +43,8 @@ std::string preferredLanguage(const std::string& key) {
 
 int get_user_pref_lang(const char* address, char* buffer, int size) {
   if (!address || !buffer) throw preferenceError(__LINE__, 1, "address or place for the language is null");
-  const std::string language = preferredLanguage(addressKey(address));
+  const std::string previewed = previewChoice()->language;
+  const std::string language = previewed.empty() ? preferredLanguage(addressKey(address)) : previewed;
   if (language.empty()) return 1;
   if (size < 0 || language.size() >= static_cast<std::size_t>(size)) {
     throw preferenceError(__LINE__, 4,

@@ -10,11 +10,9 @@ namespace {
 
 constexpr char kWholeDomain[] = "";
 
-// A key without what the databases could not hold.
 const std::string& named(const char* what, const std::string& text) {
-  if (!text.empty() && text.find('\0') == std::string::npos) return text;
-  throw Exception("StateException", 4, "ScheduleLedger", __LINE__,
-                  std::string(what) + (text.empty() ? " is empty" : " holds a NUL: \"" + text + "\""));
+  if (!text.empty()) return text;
+  throw Exception("StateException", 4, "ScheduleLedger", __LINE__, std::string(what) + " is empty");
 }
 
 std::string domainKey(const std::string& domain) { return asciiLower(named("domain of a scheduled run", domain)); }

@@ -63,7 +63,7 @@ class StateDatabase {
   virtual const char* growingKeyType() const = 0;
   virtual const char* textType() const = 0;
 
-  /// Any text without NUL in the form in which this database can hold it, and back.
+  /// Any bytes in the form in which this database can hold them, and back. Equal texts stay equal, others different.
   virtual std::string stored(const std::string& text) const { return text; }
   virtual std::string original(const std::string& text) const { return text; }
 
@@ -81,5 +81,8 @@ class StateDatabase {
 
 /// A file by SQLite; its path is one of the system, below the root.
 std::unique_ptr<StateDatabase> sqliteState(const std::string& systemPath);
+
+/// A PostgreSQL database at a URL "postgresql://...". Throws Exception when the URL cannot be read.
+std::unique_ptr<StateDatabase> postgresqlState(const std::string& url);
 
 }  // namespace Velmar::Host

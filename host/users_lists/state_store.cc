@@ -52,7 +52,8 @@ std::string stateUrl() {
 }
 
 std::unique_ptr<StateDatabase> databaseAt(const std::string& url) {
-  return sqliteState(url.substr(std::string_view("sqlite://").size()));
+  constexpr std::string_view kFile = "sqlite://";
+  return url.starts_with(kFile) ? sqliteState(url.substr(kFile.size())) : postgresqlState(url);
 }
 
 // A store that this process has used cannot be new: whoever reads an empty one in its place would take every list for

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "host/common/current_mailbox.h"
 #include "host/common/root.h"
 #include "platform/types.h"
 #include "platform/users_lists.h"
@@ -27,7 +28,9 @@ bool isMailboxDirectory(std::string_view path) {
 
 }  // namespace
 
+// The first question of each report, so it also tells the log whose report is being made.
 int vlm_is_deleted_user_path(const char* path) {
+  Host::setCurrentMailbox(path ? path : "");
   if (!path || !isMailboxDirectory(path)) return 0;
   const std::string mark = Host::underRoot(path) + "/.deleted";
   struct stat status {};
@@ -39,6 +42,7 @@ int vlm_is_deleted_user_path(const char* path) {
 
 VXMailUserId::VXMailUserId(const std::string& address) : directory_(Host::mailboxDirectory(address)) {
   Host::checkedComponent("local part of mailbox address", address.substr(0, address.rfind('@')));
+  Host::setCurrentMailbox(directory_);
 }
 
 std::string VXMailUserId::fname(int kind) const {

@@ -21,7 +21,9 @@ COMMAND = os.environ["SPAMREPORT"]
 SHARE = Path(os.environ["VELMAR_SHARE"])
 DAY = 86400
 Event = namedtuple("Event", "code name fields")
-EVENT = re.compile(r'^(?P<time>\S+) 0x(?P<code>[0-9a-f]+) (?P<name>[a-z-]+)(?P<fields>(?: \w+="(?:[^"\\]|\\.)*")*)$')
+QUOTED = r'"(?:[^"\\]|\\.)*"'
+EVENT = re.compile(r'^(?P<time>\S+) 0x(?P<code>[0-9a-f]+) (?P<name>[a-z-]+) (?P<text>%s)(?P<fields>(?: \w+=%s)*)$'
+                   % (QUOTED, QUOTED))
 FIELD = re.compile(r' (\w+)="((?:[^"\\]|\\.)*)"')
 
 

@@ -44,6 +44,8 @@ class RunTest(unittest.TestCase):
                 path.symlink_to(path) if content is None else path.write_bytes(content)
                 events = self.host.run("boris@example.org", "chiyo@example.org", want=1)
                 errors = [event.fields["error"] for event in events if event.name == "report-failed"]
+                mailboxes = [event.fields.get("mailbox") for event in events if event.name == "report-failed"]
+                self.assertEqual(mailboxes, ["boris@example.org", "chiyo@example.org"][:failures])
                 self.assertEqual([named in error for error in errors], [True] * failures, errors)
                 path.unlink()
                 if aside.exists():

@@ -12,7 +12,6 @@ import os
 import pwd
 import re
 import shutil
-import signal
 import socket
 import subprocess
 import tempfile
@@ -37,6 +36,9 @@ anvil unix - - n - 1 anvil
 postlog unix-dgram n - n - 1 postlogd
 """
 
+# Runs the master in a session of its own and ends all of it when standard input ends: also when the test is killed.
+GUARD = '"$0" -c "$1" -d & read -r _; trap "" TERM; kill 0; wait'
+
 
 def can_run():
     """Whether there is a Postfix here and this user may start it."""
@@ -57,7 +59,7 @@ class Postfix:
         self.directory = Path(tempfile.mkdtemp(prefix="velmar-postfix-"))
         self.directory.chmod(0o755)
         self.port = free_port()
-        self.master = None
+        self.guard = None
         nobody = pwd.getpwnam("nobody").pw_uid
         for name, owner in (("conf", 0), ("queue", 0), ("data", pwd.getpwnam("postfix").pw_uid), ("mail", nobody)):
             (self.directory / name).mkdir()
@@ -83,16 +85,15 @@ class Postfix:
         conf = str(self.directory / "conf")
         subprocess.run(["postfix", "-c", conf, "check"], check=True, capture_output=True, timeout=60)
         daemons = subprocess.run(["postconf", "-c", conf, "-h", "daemon_directory"], check=True, capture_output=True)
-        self.master = subprocess.Popen([daemons.stdout.decode().strip() + "/master", "-c", conf, "-d"],
-                                       start_new_session=True, stdin=subprocess.DEVNULL)
+        master = daemons.stdout.decode().strip() + "/master"
+        self.guard = subprocess.Popen(["sh", "-c", GUARD, master, conf], start_new_session=True, stdin=subprocess.PIPE)
         self._wait_for(self._greets, "no greeting")
 
     def stop(self):
-        if self.master:
-            # The session is the master's own: its daemons end with it.
-            os.killpg(self.master.pid, signal.SIGTERM)
-            self.master.wait(timeout=30)
-            self.master = None
+        if self.guard:
+            self.guard.stdin.close()
+            self.guard.wait(timeout=30)
+            self.guard = None
         shutil.rmtree(self.directory, ignore_errors=True)
 
     @property

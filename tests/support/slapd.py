@@ -48,19 +48,10 @@ def run(*command):
         raise RuntimeError("%s: %s" % (command, done.stderr))
 
 
-def make_ca(directory, name):
-    """Makes an authority NAME.pem and NAME.key."""
+def make_certificate(directory, name, *options):
+    """Makes NAME.pem and NAME.key; signed by itself unless the options say otherwise."""
     run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
-        "-subj", "/CN=" + name, "-keyout", directory / (name + ".key"), "-out", directory / (name + ".pem"))
-
-
-def make_certificate(directory):
-    """Makes server.pem and server.key for 127.0.0.1, signed by ca."""
-    run("openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj", "/CN=localhost",
-        "-keyout", directory / "server.key", "-out", directory / "server.csr")
-    (directory / "names").write_text("subjectAltName=IP:127.0.0.1\n")
-    run("openssl", "x509", "-req", "-days", "2", "-in", directory / "server.csr", "-CA", directory / "ca.pem", "-CAkey",
-        directory / "ca.key", "-CAcreateserial", "-extfile", directory / "names", "-out", directory / "server.pem")
+        "-subj", "/CN=" + name, "-keyout", directory / (name + ".key"), "-out", directory / (name + ".pem"), *options)
 
 
 class Slapd:
@@ -71,9 +62,10 @@ class Slapd:
         self.port, self.tls_port = free_port(), free_port()
         self.process = None
         (self.directory / "data").mkdir(parents=True)
-        for name in ("ca", "other-ca"):
-            make_ca(self.directory, name)
-        make_certificate(self.directory)
+        make_certificate(self.directory, "other-ca")
+        make_certificate(self.directory, "ca")
+        make_certificate(self.directory, "server", "-CA", self.directory / "ca.pem", "-CAkey", self.directory / "ca.key",
+                         "-addext", "subjectAltName=IP:127.0.0.1")
         self.config = self.directory / "slapd.conf"
         self.config.write_text(CONFIG.format(dir=self.directory, suffix=SUFFIX, admin=ADMIN, password=PASSWORD))
         run("/usr/sbin/slapadd", "-q", "-f", self.config, "-l", ldif)

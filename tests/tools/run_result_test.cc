@@ -6,6 +6,7 @@
 
 #include "tools/spamreport/json.h"
 #include "tools/spamreport/progress.h"
+#include "tools/spamreport/queue_text.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ const std::vector<RunResult> kResults{
 TEST(RunResult, IsWrittenForPeople) {
   const std::string failures =
       "NO MAILBOX  b@d  there is no such mailbox\nFAILED      *@e  cannot list \\x1b \"/home/e\"\n";
-  const std::string summary = "3 mailboxes: 1 sent, 1 that does not exist, 1 failed\n";
+  const std::string summary = "3 mailboxes: 1 sent, 1 nonexistent, 1 failed\n";
   EXPECT_EQ(resultTable(kResults, true), failures + summary);
   EXPECT_EQ(resultTable(kResults, false), "sent        a@d  1 message to a@d\n" + failures + summary);
   EXPECT_FALSE(anyFailure({kResults[0], ofWholeDomain("f", noDirectory())}));
@@ -28,12 +29,23 @@ TEST(RunResult, IsWrittenForPeople) {
 }
 
 TEST(RunResult, IsWrittenForPrograms) {
-  EXPECT_EQ(resultJson(kResults), R"({"mailboxes": [
+  EXPECT_EQ(resultJson(kResults, std::nullopt), R"({"mailboxes": [
 {"address": "a@d", "domain": "d", "period": 86400, "until": 1795334400, "outcome": "sent", "detail": "1 message to a@d"},
 {"address": "b@d", "domain": "d", "period": null, "until": null, "outcome": "no_mailbox", "detail": "there is no such mailbox"},
 {"address": "*@e", "domain": "e", "period": null, "until": null, "outcome": "failed", "detail": "cannot list \u001b \"/home/e\""}],
-"counts": {"sent": 1, "nothing_held": 0, "disabled": 0, "no_recipients": 0, "deleted_user": 0, "no_mailbox": 1, "no_domain": 0, "failed": 1}}
+"counts": {"sent": 1, "nothing_held": 0, "disabled": 0, "no_recipients": 0, "deleted_user": 0, "no_mailbox": 1, "no_domain": 0, "failed": 1},
+"queue": null}
 )");
+}
+
+TEST(RunResult, CountsWhatBecameOfTheQueue) {
+  Velmar::Host::FlushResult queue;
+  queue.handedOn = 5;
+  queue.held = 2;
+  EXPECT_EQ(resultJson({}, queue).substr(resultJson({}, queue).find("\"queue\"")),
+            "\"queue\": {\"handed_on\": 5, \"delayed\": 0, \"failed\": 0, \"unreadable\": 0, \"not_due\": 0, \"held\": "
+            "2}}\n");
+  EXPECT_EQ(flushSummary(queue), "5 handed on, 2 held back");
 }
 
 TEST(JsonText, IsValidWhateverTheBytes) {

@@ -98,10 +98,11 @@ TEST(LastOccasion, EndsAtTheLastHourAndReachesBackWithinTheBound) {
 TEST(Occasion, DecidesWhereAPeriodBeginsAndWhenToTry) {
   const Occasion occasion{100000, 90000, 50000};
   const std::pair<std::int64_t, std::int64_t> starts[] = {
-      {0, 90000}, {1, 50000}, {50000, 50000}, {50001, 50001}, {99999, 99999}, {100000, 100000}, {170000, 100000}};
+      {0, 50000}, {1, 50000}, {50000, 50000}, {50001, 50001}, {99999, 99999}, {100000, 100000}, {170000, 100000}};
   for (const auto& [standing, want] : starts) EXPECT_EQ(periodStart(occasion, standing), want) << standing;
   const std::pair<std::int64_t, std::int64_t> tries[] = {{0, 100000},      {99999, 100000},  {100000, 100900},
-                                                         {100900, 101800}, {101800, 103600}, {110000, 120000}};
+                                                         {100900, 101800}, {101800, 103600}, {104000, 107600},
+                                                         {110000, 113600}};
   for (const auto& [last, want] : tries) EXPECT_EQ(nextTry(occasion, last), want) << last;
   const std::pair<std::int64_t, std::int64_t> waits[] = {{100000, 30}, {100007, 23}, {100030, 0}, {186400, 0}};
   for (const auto& [now, want] : waits) EXPECT_EQ(settlingTime(occasion, now), want) << now;

@@ -35,7 +35,7 @@ class World final : public ScheduledWorld {
   std::map<std::string, std::map<std::int64_t, int>> reported;
   std::set<std::string> broken;  ///< mailboxes whose reports fail
   std::string fault;             ///< why the mailboxes cannot be listed
-  std::string ledgerFault;       ///< why single mailboxes cannot be noted
+  int notesLeft = -1;            ///< so many more notes of single mailboxes can be written; -1 = any number
   int crashAfter = -1;           ///< so many more reports
   bool crashBeforeNote = false;
   int tried = 0;
@@ -47,7 +47,7 @@ class World final : public ScheduledWorld {
 
   Host::ReportedUntil reportedUntil(const std::string& domain) override { return ledger[domain]; }
   void noteMailbox(const Mailbox& mailbox, std::int64_t until) override {
-    if (!ledgerFault.empty()) throw Exception("StateException", 4, "State", 1, ledgerFault);
+    if (notesLeft-- == 0) throw Exception("StateException", 4, "State", 1, "disk full");
     ledger[mailbox.domain].mailboxes[mailbox.address] = until;
   }
   void noteDomain(const std::string& domain, std::int64_t until,
@@ -198,7 +198,7 @@ class ScheduledRun : public testing::Test {
 TEST_F(ScheduledRun, MeetsALastingFaultSeldomAndMakesUpForIt) {
   world.run(noon - 4 * kHour);
   world.broken = {"b@d.example"};
-  EXPECT_THAT(tries(noon, noon + 6 * kHour), ElementsAre(0, 15, 30, 60, 120, 240));
+  EXPECT_THAT(tries(noon, noon + 6 * kHour), ElementsAre(0, 15, 30, 60, 120, 180, 240, 300));
   EXPECT_EQ(world.reported["b@d.example"].size(), 14U);  // those of 18 to 8 o'clock
   world.broken.clear();
   world.run(noon + 6 * kHour);
@@ -240,12 +240,42 @@ TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
   EXPECT_TRUE(anyFailure(results));
 }
 
-TEST_F(ScheduledRun, AReportThatCannotBeNotedIsSentAllTheSame) {
-  world.ledgerFault = "state store: disk full";
+TEST_F(ScheduledRun, DoesNotBelieveNotesOfATimeToCome) {
+  world.ledger[kDomain] = {noon - 4 * kHour, {{"*", noon + kDay}, {"a@d.example", noon + 400 * kDay}}};
+  EXPECT_EQ(world.run(noon).size(), 3U);
+  EXPECT_TRUE(world.ledger[kDomain].mailboxes.empty());
+}
+
+TEST_F(ScheduledRun, ADirectoryThatIsNoMailboxFailsOncePerScheduledHour) {
+  world.addresses->push_back("x,y@d.example");
+  world.broken = {"x,y@d.example"};
+  EXPECT_THAT(tries(noon, noon + 6 * kHour + 1), ElementsAre(0, 360));
+}
+
+TEST_F(ScheduledRun, SendsNothingWhenItCannotNote) {
+  world.ledger[kDomain] = {noon - 4 * kHour, {}};
+  world.notesLeft = 0;
+  EXPECT_EQ(world.run(noon).at(0).outcome.detail, "disk full");
+  EXPECT_EQ(world.tried, 0);
+  world.notesLeft = 1;  // the store fails only later
   const std::vector<RunResult> results = world.run(noon);
   ASSERT_EQ(results.size(), 3U);
   EXPECT_EQ(results[0].outcome.kind, OutcomeKind::kSent);
-  EXPECT_THAT(results[0].outcome.detail, HasSubstr("not noted: state store: disk full"));
+  EXPECT_EQ(results[0].outcome.detail, " (not noted: disk full)");
+}
+
+TEST_F(ScheduledRun, TheFirstOneBeginsAtTheHourBeforeEvenIfItEndsLate) {
+  world.fault = "stale handle";
+  world.run(noon);
+  world.fault.clear();
+  EXPECT_EQ(world.run(noon + 6 * kHour).at(0).task.period, 10 * kHour);
+}
+
+TEST_F(ScheduledRun, IsTakenUpAgainAfterACrashWithoutHaste) {
+  world.crashAfter = 0;
+  EXPECT_THROW(world.run(noon), Crash);
+  EXPECT_THAT(tries(noon, noon + kHour), ElementsAre(15));
+  EXPECT_EQ(world.tried, 3);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 namespace Velmar::Tool {
 
 int printEvents() {
-  std::vector<std::vector<std::string>> rows{{"CODE", "NAME", "FIELDS", "MEANING"}};
+  std::vector<std::vector<std::string>> rows{{"CODE", "NAME", "FIELDS", "MEANING", "TEXT"}};
   for (const Host::EventInfo& event : Host::eventTable()) {
     std::array<char, 16> code{};
     std::snprintf(code.data(), code.size(), "0x%x", event.code);
@@ -19,7 +19,7 @@ int printEvents() {
     for (const char* field : event.fields) {
       if (field) fields += (fields.empty() ? "" : ", ") + std::string(field);
     }
-    rows.push_back({code.data(), event.name, fields, event.meaning});
+    rows.push_back({code.data(), event.name, fields, event.meaning, Host::eventTextForm(event)});
   }
   std::cout << alignedTable(rows);
   return kGood;

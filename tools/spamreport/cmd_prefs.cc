@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kShortestLanguage = 2;
 constexpr std::size_t kLongestLanguage = 35;
 
-/// A language tag by its shape: which languages dates can be written in is the report's business.
+/// A language tag by its shape, and one that makes a difference: with an unknown one dates would stay English.
 void checkLanguage(const std::string& code) {
   const auto allowed = [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
@@ -24,6 +24,9 @@ void checkLanguage(const std::string& code) {
   const bool shape = code.size() >= kShortestLanguage && code.size() <= kLongestLanguage &&
                      std::all_of(code.begin(), code.end(), allowed);
   if (!shape) throw WrongUse("language \"" + code + "\": not a code like de or pt-BR; none removes the preference");
+  if (!Host::isKnownLanguage(code)) {
+    throw WrongUse("language \"" + code + "\": dates cannot be written in it; take a code like de, fr, ja or pt-BR");
+  }
 }
 
 }  // namespace

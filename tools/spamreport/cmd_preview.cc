@@ -5,11 +5,12 @@
 #include <optional>
 
 #include "host/host.h"
-#include "platform/users_lists.h"
 #include "tools/spamreport/commands.h"
 #include "tools/spamreport/event_collector.h"
 #include "tools/spamreport/files.h"
 #include "tools/spamreport/inline_images.h"
+#include "tools/spamreport/mailbox_facts.h"
+#include "tools/spamreport/open_page.h"
 #include "tools/spamreport/outcome.h"
 #include "tools/spamreport/recipients.h"
 #include "tools/spamreport/table.h"
@@ -19,29 +20,28 @@
 namespace Velmar::Tool {
 namespace {
 
-/// The names of one list, freed with the object.
-class Names {
- public:
-  Names(const std::string& owner, const char* list) { mail_list_get_names(owner.c_str(), list, &names_, 0, 0); }
-  Names(const Names&) = delete;
-  Names& operator=(const Names&) = delete;
-  ~Names() { mail_list_free_names(&names_); }
-
-  char** begin() const { return names_.names; }
-  char** end() const { return names_.names + names_.count; }
-
- private:
-  mail_list_names names_;
-};
-
-/// The addresses that the report stands for: those whose link both sides name. A run would remove the other links.
-std::string confirmedNames(const std::string& address) {
-  std::string confirmed;
-  for (const char* name : Names(address, "primaryaddr")) {
-    if (!mail_list_find(name, "secondaryaddr", address.c_str(), 0)) continue;
-    confirmed += (confirmed.empty() ? "" : ",") + std::string(name);
+/// A template that cannot be used is refused: a report would quietly take the default in its place.
+void checkTemplate(const Host::PreviewChoice& choice) {
+  const std::string fault = Host::templateFault(choice.templateName, choice.templateDomain);
+  if (!fault.empty()) throw WrongUse("--template: \"" + choice.templateName + "\": " + fault);
+  for (const Host::TemplateRemark& remark : Host::templateRemarks(choice.templateName, choice.templateDomain)) {
+    std::cerr << "spamreport: template "
+              << Host::printable(choice.templateName + ": " + remark.place + ": " + remark.text) << "\n";
   }
-  return confirmed;
+}
+
+/// Sets what the preview looks at instead of what is configured.
+void choose(const PreviewOptions& options) {
+  if (!options.language.empty() && !Host::isKnownLanguage(options.language)) {
+    throw WrongUse("--language: \"" + options.language + "\": dates cannot be written in it");
+  }
+  Host::PreviewChoice choice{options.language, options.templateName, ""};
+  if (const std::size_t slash = choice.templateName.find('/'); slash != std::string::npos) {
+    choice.templateDomain = choice.templateName.substr(0, slash);
+    choice.templateName.erase(0, slash + 1);
+  }
+  if (!choice.templateName.empty()) checkTemplate(choice);
+  Host::setPreview(std::move(choice));
 }
 
 /// Keeps the mails that would be sent, during its life.
@@ -60,9 +60,14 @@ class MailCatcher {
   std::optional<Host::QueuedMail> mail_;
 };
 
-void buildReport(const PreviewOptions& options, std::int64_t until) {
-  Spamreport report(RefRecipientPolicy(false), options.address, confirmedNames(options.address), options.period, until);
+/// Goes the way of a run but for the repair of links.
+Outcome buildReport(const std::string& address, std::int32_t period, std::int64_t until) {
+  if (isDeletedUser(address)) return {OutcomeKind::kDeletedUser, ""};
+  if (!Host::mailboxExists(address)) return {OutcomeKind::kFailed, directoryOf(address) + " does not exist"};
+  EventCollector collector;
+  Spamreport report(RefRecipientPolicy(false), address, joined(linksOf(address).confirmed, ","), period, until);
   report.deliver();
+  return outcomeOf(collector.take(), false, false);
 }
 
 void writeReport(const Host::QueuedMail& mail, const std::filesystem::path& directory) {
@@ -75,24 +80,28 @@ void writeReport(const Host::QueuedMail& mail, const std::filesystem::path& dire
                              {(directory / "report.txt").string(), "its text"}});
 }
 
+void complainOf(const std::string& address, const Outcome& outcome) {
+  const std::string why = outcome.kind == OutcomeKind::kFailed ? "" : kindText(outcome.kind);
+  const std::string blank = why.empty() || outcome.detail.empty() ? "" : " ";
+  std::cerr << "spamreport: no report for " << Host::printable(address + ": " + why + blank + outcome.detail)
+            << " (spamreport check --mailbox says more)\n";
+}
+
 }  // namespace
 
 int preview(const PreviewOptions& options) {
-  mailboxAddress(options.address);
+  const std::string address = configuredAddress(options.address);
   const std::int64_t until = parseUntil(options.until);
-  EventCollector collector;
+  choose(options);
   MailCatcher catcher;
-  buildReport(options, until);
-  const Outcome outcome = outcomeOf(collector.take(), false, false);
+  const Outcome outcome = buildReport(address, options.period, until);
   if (!catcher.mail()) {
-    const std::string why = outcome.kind == OutcomeKind::kFailed ? "" : kindText(outcome.kind);
-    const std::string blank = why.empty() || outcome.detail.empty() ? "" : " ";
-    std::cerr << "spamreport: no report for " << Host::printable(options.address + ": " + why + blank + outcome.detail)
-              << "\n";
+    complainOf(address, outcome);
     return kFailed;
   }
-  std::cout << Host::printable(options.address + ": " + outcome.detail) << "\n";
+  std::cout << Host::printable(address + ": " + outcome.detail) << "\n";
   writeReport(*catcher.mail(), options.directory);
+  if (options.open) openPage(std::filesystem::path(options.directory) / "report.html");
   return kGood;
 }
 

@@ -7,6 +7,7 @@
 #include "host/host.h"
 #include "platform/types.h"
 #include "tools/spamreport/commands.h"
+#include "tools/spamreport/queue_text.h"
 #include "tools/spamreport/table.h"
 #include "tools/spamreport/time_text.h"
 
@@ -87,19 +88,6 @@ void printProblems(const std::vector<Host::FlushProblem>& problems) {
   if (!rows.empty()) std::cout << alignedTable(rows);
 }
 
-std::string summary(const Host::FlushResult& result) {
-  std::string text = std::to_string(result.handedOn) + " handed on";
-  const auto add = [&text](std::size_t count, const char* what) {
-    if (count > 0) text += ", " + std::to_string(count) + " " + what;
-  };
-  add(result.delayed, "delayed");
-  add(result.failed, "failed");
-  add(result.unreadable, "unreadable");
-  add(result.notDue, "not due yet");
-  add(result.held, "held back");
-  return text;
-}
-
 }  // namespace
 
 int listQueue() {
@@ -136,7 +124,7 @@ int flushQueue(bool evenIfNotDue) {
     return kGood;
   }
   printProblems(result.problems);
-  std::cout << summary(result) << "\n";
+  std::cout << flushSummary(result) << "\n";
   printHold(std::time(nullptr));
   return result.problems.empty() && result.held == 0 ? kGood : kFailed;
 }

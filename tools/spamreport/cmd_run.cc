@@ -2,12 +2,14 @@
 
 #include <ctime>
 #include <iostream>
+#include <optional>
 
 #include "host/host.h"
 #include "platform/types.h"
 #include "tools/spamreport/commands.h"
 #include "tools/spamreport/mailbox_list.h"
 #include "tools/spamreport/progress.h"
+#include "tools/spamreport/queue_text.h"
 #include "tools/spamreport/report_runner.h"
 #include "tools/spamreport/run_scheduled.h"
 #include "tools/spamreport/time_text.h"
@@ -79,6 +81,21 @@ std::vector<RunResult> runPlan(const Plan& plan, const RunnerOptions& options) {
   return results;
 }
 
+struct HandOver {
+  std::optional<Host::FlushResult> done;  ///< nothing when mails are not handed on
+  bool failed = false;
+};
+
+/// Hands on what is in the queue. What has to wait is no failure: it is tried again by whoever flushes the queue.
+HandOver handOver() try {
+  const Host::FlushResult result = Host::flushQueue({});
+  if (!result.enabled) return {};
+  return {result, result.failed > 0};
+} catch (const Exception& e) {
+  std::cerr << "spamreport: " << Host::printable(e.text()) << "\n";
+  return {std::nullopt, true};
+}
+
 std::int64_t scheduledNow(const RunOptions& options) {
   const std::int64_t clock = std::time(nullptr);
   const std::int64_t given = parseTime("--now", options.now);
@@ -92,18 +109,14 @@ std::int64_t scheduledNow(const RunOptions& options) {
 int run(const RunOptions& options) {
   checkOptions(options);
   const RunnerOptions runner{options.jobs, decideProgress(options)};
-  std::vector<RunResult> results;
-  if (options.scheduled) {
-    results = runScheduled(scheduledNow(options), options.afresh, runner);
-  } else {
-    results = runPlan(makePlan(options), runner);
-  }
-  if (options.json) {
-    std::cout << resultJson(results);
-  } else if (!options.scheduled || !results.empty()) {
-    std::cout << resultTable(results, options.scheduled);
-  }
-  return anyFailure(results) ? kFailed : kGood;
+  const std::vector<RunResult> results = options.scheduled ? runScheduled(scheduledNow(options), options.afresh, runner)
+                                                           : runPlan(makePlan(options), runner);
+  const bool quiet = options.json || (options.scheduled && results.empty());
+  if (!quiet) std::cout << resultTable(results, options.scheduled) << std::flush;
+  const HandOver handedOver = anySent(results) ? handOver() : HandOver{};
+  if (!quiet && handedOver.done) std::cout << "queue: " << flushSummary(*handedOver.done) << "\n";
+  if (options.json) std::cout << resultJson(results, handedOver.done);
+  return anyFailure(results) || handedOver.failed ? kFailed : kGood;
 }
 
 }  // namespace Velmar::Tool

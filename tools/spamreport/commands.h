@@ -44,10 +44,19 @@ struct PreviewOptions {
   std::int32_t period = 0;
   std::string until = "0";
   std::string directory = ".";
+  std::string language;      ///< "" = what the user prefers
+  std::string templateName;  ///< NAME, or DOMAIN/NAME of a domain's own; "" = what the configuration says
+  bool open = false;         ///< show the page in a browser
 };
 int preview(const PreviewOptions& options);
 
-int check();
+struct CheckOptions {
+  bool templatesOnly = false;
+  std::optional<std::string> mailbox;  ///< explain this one instead of checking the installation
+};
+int check(const CheckOptions& options);
+/// Says step by step whether a mailbox gets a report, as a run decides it. Changes nothing.
+int explainMailbox(const std::string& address);
 
 struct ListEntryOptions {
   std::string owner;

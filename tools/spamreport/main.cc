@@ -26,6 +26,7 @@ struct Request {
   Common common;
   RunOptions run;
   PreviewOptions preview;
+  CheckOptions check;
   ListEntryOptions list;
   std::string address;
   std::string key;
@@ -106,12 +107,23 @@ void addPreview(CLI::App& app, Request& request) {
       ->add_option("--output", request.preview.directory,
                    "Where report.eml, report.html and report.txt are\nwritten (default: here)")
       ->type_name("DIR");
+  preview->add_option("--language", request.preview.language, "Language of the dates, instead of the user's")
+      ->type_name("CODE");
+  preview
+      ->add_option("--template", request.preview.templateName,
+                   "Template, instead of the configured one: NAME, or\nDOMAIN/NAME for a domain's own")
+      ->type_name("NAME");
+  preview->add_flag("--open", request.preview.open, "Show the page in a browser");
   addCommon(*preview, request.common);
 }
 
 void addCheck(CLI::App& app, Request& request) {
-  addCommon(*addCommand(app, request, "check", "Say what is wrong with this installation", [] { return check(); }),
-            request.common);
+  CLI::App* check = addCommand(app, request, "check", "Say what is wrong with this installation",
+                               [&request] { return Tool::check(request.check); });
+  check->add_flag("--templates", request.check.templatesOnly, "Look at the report templates only");
+  check->add_option("--mailbox", request.check.mailbox, "Explain instead whether and why this mailbox gets\na report")
+      ->type_name("ADDRESS");
+  addCommon(*check, request.common);
 }
 
 void addLists(CLI::App& app, Request& request) {

@@ -25,7 +25,7 @@ constexpr std::array kKinds{
     KindRow{OutcomeKind::kDisabled, "disabled", "disabled", "disabled", "report-disabled"},
     KindRow{OutcomeKind::kNoRecipients, "no recipients", "no_recipients", "without recipients", "no-recipients"},
     KindRow{OutcomeKind::kDeletedUser, "deleted user", "deleted_user", "of deleted users", nullptr},
-    KindRow{OutcomeKind::kNoMailbox, "NO MAILBOX", "no_mailbox", "that does not exist", nullptr},
+    KindRow{OutcomeKind::kNoMailbox, "NO MAILBOX", "no_mailbox", "nonexistent", nullptr},
     KindRow{OutcomeKind::kNoDomain, "no domain", "no_domain", "without a domain directory", nullptr},
     KindRow{OutcomeKind::kFailed, "FAILED", "failed", "failed", nullptr},
 };

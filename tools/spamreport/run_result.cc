@@ -35,6 +35,19 @@ std::string countsJson(const std::vector<Outcome>& outcomes) {
   return "{" + text + "}";
 }
 
+std::string queueJson(const std::optional<Host::FlushResult>& queue) {
+  if (!queue) return "null";
+  const std::pair<const char*, std::size_t> counts[] = {
+      {"handed_on", queue->handedOn},    {"delayed", queue->delayed}, {"failed", queue->failed},
+      {"unreadable", queue->unreadable}, {"not_due", queue->notDue},  {"held", queue->held},
+  };
+  std::string text;
+  for (const auto& [key, count] : counts) {
+    text += (text.empty() ? "" : ", ") + jsonText(key) + ": " + std::to_string(count);
+  }
+  return "{" + text + "}";
+}
+
 }  // namespace
 
 RunResult ofWholeDomain(const std::string& domain, Outcome outcome) {
@@ -52,18 +65,23 @@ std::string resultTable(const std::vector<RunResult>& results, bool onlyTrouble)
   return alignedTable(rows) + summaryOf(outcomesOf(results)) + "\n";
 }
 
-std::string resultJson(const std::vector<RunResult>& results) {
+std::string resultJson(const std::vector<RunResult>& results, const std::optional<Host::FlushResult>& queue) {
   std::string text = "{\"mailboxes\": [";
   const char* separator = "\n";
   for (const RunResult& result : results) {
     text += separator + mailboxJson(result);
     separator = ",\n";
   }
-  return text + "],\n\"counts\": " + countsJson(outcomesOf(results)) + "}\n";
+  return text + "],\n\"counts\": " + countsJson(outcomesOf(results)) + ",\n\"queue\": " + queueJson(queue) + "}\n";
 }
 
 bool anyFailure(const std::vector<RunResult>& results) {
   return std::any_of(results.begin(), results.end(), [](const RunResult& result) { return isFailure(result.outcome); });
+}
+
+bool anySent(const std::vector<RunResult>& results) {
+  const auto sent = [](const RunResult& result) { return result.outcome.kind == OutcomeKind::kSent; };
+  return std::any_of(results.begin(), results.end(), sent);
 }
 
 }  // namespace Velmar::Tool

@@ -3,9 +3,11 @@
 // What a run was asked for and what came of it, as people and as programs read it.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/host.h"
 #include "tools/spamreport/outcome.h"
 #include "tools/spamreport/recipients.h"
 
@@ -34,7 +36,11 @@ Outcome noDirectory();
 std::string resultTable(const std::vector<RunResult>& results, bool onlyTrouble);
 
 /// One JSON object with a line feed at its end; spamreport(1) describes its members.
-std::string resultJson(const std::vector<RunResult>& results);
+/// queue  what handing on did; nothing when it was not tried
+std::string resultJson(const std::vector<RunResult>& results, const std::optional<Host::FlushResult>& queue);
+
+/// Whether a report came into the queue.
+bool anySent(const std::vector<RunResult>& results);
 
 bool anyFailure(const std::vector<RunResult>& results);
 

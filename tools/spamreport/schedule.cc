@@ -77,12 +77,12 @@ std::optional<Occasion> lastOccasion(std::uint32_t schedule, std::int64_t now, i
 }
 
 std::int64_t periodStart(const Occasion& occasion, std::int64_t standing) {
-  if (standing == 0) return occasion.previous;
   return std::clamp(standing, occasion.earliest, occasion.until);
 }
 
 std::int64_t nextTry(const Occasion& occasion, std::int64_t lastTry) {
-  return lastTry < occasion.until ? occasion.until : lastTry + std::max(kShortestWait, lastTry - occasion.until);
+  if (lastTry < occasion.until) return occasion.until;
+  return lastTry + std::clamp(lastTry - occasion.until, kShortestWait, kHour);
 }
 
 std::int64_t settlingTime(const Occasion& occasion, std::int64_t now) {

@@ -13,7 +13,7 @@ namespace {
 
 using Standings = std::map<std::string, long long>;
 
-/// Notes of a domain are by address; this name, which is none, notes when the domain was last tried in vain.
+/// Notes of a domain are by address; this name, which is none, notes when the domain was last tried.
 constexpr char kLastTry[] = "*";
 /// By how much the clock may be set back without more ado than nothing being due for a while.
 constexpr std::int64_t kClockTolerance = 86400;
@@ -22,6 +22,13 @@ Outcome standsInTheFuture(std::int64_t standing) {
   return {OutcomeKind::kFailed, "the record of scheduled runs says that it was reported until " + timeText(standing) +
                                     ", which is to come: the clock was wrong then or is now; --afresh corrects the "
                                     "record"};
+}
+
+/// What is noted, without what a clock that was wrong has noted of a time to come.
+Host::ReportedUntil credible(Host::ReportedUntil ledger, std::int64_t now) {
+  std::erase_if(ledger.mailboxes,
+                [now](const auto& note) { return note.second > now + (note.first == kLastTry ? 0 : kClockTolerance); });
+  return ledger;
 }
 
 std::int64_t lastTryOf(const Host::ReportedUntil& ledger) {
@@ -58,12 +65,12 @@ std::vector<ReportTask> dueTasks(const std::string& domain, const std::vector<st
 }
 
 /// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed, and those that
-/// were reported further before the clock was set back.
+/// were reported further before the clock was set back. A directory whose name is no address will not do better soon.
 Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector<Outcome>& outcomes,
                          const Host::ReportedUntil& ledger, const Occasion& occasion, std::int64_t now) {
   Standings others;
   for (std::size_t i = 0; i < tasks.size(); ++i) {
-    if (outcomes[i].kind != OutcomeKind::kFailed) continue;
+    if (outcomes[i].kind != OutcomeKind::kFailed || !isMailboxAddress(tasks[i].mailbox.address)) continue;
     others[tasks[i].mailbox.address] = tasks[i].until - tasks[i].period;
     others[kLastTry] = now;
   }
@@ -78,16 +85,33 @@ void noteIfSent(ScheduledWorld& world, const ReportTask& task, Outcome& outcome)
   if (outcome.kind == OutcomeKind::kSent) world.noteMailbox(task.mailbox, task.until);
 } catch (const Exception& e) {
   outcome.detail += " (not noted: " + e.text() + ")";
+} catch (const std::exception& e) {
+  outcome.detail += std::string(" (not noted: ") + e.what() + ")";
+}
+
+/// Notes the try before anything else is done: a report that ends the process does not keep other domains from theirs
+/// for long, and a ledger that takes no notes gets no report sent, which would be sent again and again.
+/// The first try of all settles where the domain begins, whenever it is through. Returns the ledger after that.
+Host::ReportedUntil noteTry(ScheduledWorld& world, const std::string& domain, Host::ReportedUntil ledger,
+                            const Occasion& occasion, std::int64_t now) {
+  if (ledger.domain != 0) {
+    world.noteMailbox({domain, kLastTry}, now);
+    return ledger;
+  }
+  ledger.domain = occasion.previous;
+  ledger.mailboxes[kLastTry] = now;
+  world.noteDomain(domain, ledger.domain, ledger.mailboxes);
+  return ledger;
 }
 
 /// Throws Exception when something failed that concerns the whole domain; `results` has what was done before.
-void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::ReportedUntil& ledger,
+void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::ReportedUntil& found,
                   const Occasion& occasion, std::int64_t now, std::vector<RunResult>& results) {
+  const Host::ReportedUntil ledger = noteTry(world, domain, found, occasion, now);
   const auto addresses = world.mailboxes(domain);
   if (!addresses) {
     // It may be a directory that is not mounted: the domain stands where it stood, and is looked at again.
     results.push_back(ofWholeDomain(domain, noDirectory()));
-    world.noteMailbox({domain, kLastTry}, now);
     return;
   }
   const std::vector<ReportTask> tasks = dueTasks(domain, *addresses, ledger, occasion);
@@ -97,31 +121,21 @@ void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::
   world.noteDomain(domain, occasion.until, standElsewhere(tasks, outcomes, ledger, occasion, now));
 }
 
-/// A ledger that cannot be written is told by what failed before.
-void noteTry(ScheduledWorld& world, const std::string& domain, std::int64_t now) noexcept try {
-  world.noteMailbox({domain, kLastTry}, now);
-} catch (...) {
-}
-
 }  // namespace
 
 std::vector<RunResult> runScheduledDomain(ScheduledWorld& world, const std::string& domain, const Occasion& occasion,
                                           std::int64_t now) {
   std::vector<RunResult> results;
-  std::string fault;
   try {
-    const Host::ReportedUntil ledger = world.reportedUntil(domain);
+    const Host::ReportedUntil ledger = credible(world.reportedUntil(domain), now);
     if (ledger.domain > now + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
     if (!isDue(ledger, occasion, now)) return {};
     reportDomain(world, domain, ledger, occasion, now, results);
-    return results;
   } catch (const Exception& e) {
-    fault = e.text();
+    results.push_back(ofWholeDomain(domain, {OutcomeKind::kFailed, e.text()}));
   } catch (const std::exception& e) {
-    fault = e.what();
+    results.push_back(ofWholeDomain(domain, {OutcomeKind::kFailed, e.what()}));
   }
-  results.push_back(ofWholeDomain(domain, {OutcomeKind::kFailed, fault}));
-  noteTry(world, domain, now);
   return results;
 }
 

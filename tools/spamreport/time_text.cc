@@ -164,6 +164,15 @@ std::string timeText(std::int64_t seconds) {
   return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc)};
 }
 
+std::string localTimeText(std::int64_t seconds) {
+  const std::time_t time = seconds;
+  std::tm local{};
+  ::localtime_r(&time, &local);
+  std::array<char, 64> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M %Z", &local);
+  return text.data();
+}
+
 std::string durationText(std::int64_t seconds) {
   struct Unit {
     std::int64_t seconds;

@@ -22,6 +22,9 @@ std::int64_t parseTime(const std::string& option, const std::string& text);
 /// A time in UTC, e.g. "2026-11-22T08:00:00Z".
 std::string timeText(std::int64_t seconds);
 
+/// A time by the local clock, e.g. "2026-11-22 08:00 CET".
+std::string localTimeText(std::int64_t seconds);
+
 /// A length of time in its largest unit, for a table: "42 s", "3 min", "5 h", "12 d"; negative ones count as 0.
 std::string durationText(std::int64_t seconds);
 

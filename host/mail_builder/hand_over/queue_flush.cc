@@ -26,4 +26,10 @@ FlushResult flushQueue(const FlushOptions& options) {
   return flushQueueWith(*transport, config.queue, options);
 }
 
+std::string checkMailServer() {
+  const HostConfig& config = hostConfig();
+  if (config.queue.kind != QueueKind::kSmtp) return {};
+  return config.queue.url + " offers " + checkSmtpServer(config.queue, greetingName(config));
+}
+
 }  // namespace Velmar::Host

@@ -37,20 +37,25 @@ bool nameIsFree(const std::string& path) {
   return true;
 }
 
-/// Keeps what failed of a mail under an id of its own.
-void storeFailedPart(SpoolEntry part, const std::string& content) {
-  part.id += "-" + randomToken(4);
-  replaceDurably(spoolPath(), spoolPlace(SpoolState::kFailed), part.id, spoolEnvelopeText(part).append(content));
+/// What failed gets an id of its own when the mail's own name goes on waiting, or stands for something that failed
+/// before.
+void nameFailedPart(QueueOutcome& outcome) {
+  if (!outcome.failed) return;
+  if (!outcome.waiting && nameIsFree(spoolPath(SpoolState::kFailed, outcome.failed->id))) return;
+  outcome.failed->id += "-" + randomToken(4);
+}
+
+void storeFailed(const SpoolEntry& entry, const std::string& content) {
+  replaceDurably(spoolPath(), spoolPlace(SpoolState::kFailed), entry.id, spoolEnvelopeText(entry).append(content));
 }
 
 /// Brings the spool to what became of the mail. What failed is stored before it is taken from the waiting file.
-void settle(QueueClaim& claim, const QueueOutcome& outcome, const std::string& content) {
-  if (!outcome.waiting && !outcome.failed) return claim.remove();
-  if (!outcome.waiting && nameIsFree(spoolPath(SpoolState::kFailed, outcome.failed->id))) {
+void settle(QueueClaim& claim, const std::string& id, const QueueOutcome& outcome, const std::string& content) {
+  if (outcome.failed && outcome.failed->id == id) {
     claim.rewrite(*outcome.failed, content);
     return claim.moveTo(SpoolState::kFailed);
   }
-  if (outcome.failed) storeFailedPart(*outcome.failed, content);
+  if (outcome.failed) storeFailed(*outcome.failed, content);
   if (outcome.waiting) return claim.rewrite(*outcome.waiting, content);
   claim.remove();
 }
@@ -121,8 +126,9 @@ class QueueRound {
     const QueuedMail queued = queuedMail(std::move(mail));
     if (!roomForNotes(entry)) return;
     const HandOver answer = answerTo(transport_, queued);
-    const QueueOutcome outcome = outcomeOf(entry, answer, config_, std::time(nullptr));
-    settle(claim, outcome, queued.content);
+    QueueOutcome outcome = outcomeOf(entry, answer, config_, std::time(nullptr));
+    nameFailedPart(outcome);
+    settle(claim, entry.id, outcome, queued.content);
     report(entry.id, outcome);
     serverWorks_ = !answer.serverUnusable;
     if (answer.serverUnusable) stop(outcome);
@@ -141,8 +147,8 @@ class QueueRound {
   void report(const std::string& id, const QueueOutcome& outcome) {
     logGroup(QueueEvent::kHandedOver, id, outcome.accepted);
     logGroup(QueueEvent::kDelayed, id, outcome.delayed);
-    logGroup(QueueEvent::kRefused, id, outcome.refused);
-    logGroup(QueueEvent::kGivenUp, id, outcome.givenUp);
+    if (outcome.failed) logGroup(QueueEvent::kRefused, outcome.failed->id, outcome.refused);
+    if (outcome.failed) logGroup(QueueEvent::kGivenUp, outcome.failed->id, outcome.givenUp);
     result_.handedOn += !outcome.waiting && !outcome.failed;
     result_.delayed += outcome.waiting.has_value();
     result_.failed += outcome.failed.has_value();

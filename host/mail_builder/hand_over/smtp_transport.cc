@@ -93,6 +93,18 @@ SmtpServer serverOf(const QueueConfig& config, const std::string& ehloName) {
   return server;
 }
 
+/// The keywords that matter here, as the server spells them.
+std::string offeredText(const EhloKeywords& offered) {
+  const std::pair<bool, const char*> keywords[] = {
+      {offered.eightBitMime, "8BITMIME"}, {offered.auth, "AUTH"},         {offered.dsn, "DSN"},
+      {offered.pipelining, "PIPELINING"}, {offered.smtpUtf8, "SMTPUTF8"}, {offered.startTls, "STARTTLS"}};
+  std::string text;
+  for (const auto& [there, name] : keywords) {
+    if (there) text += (text.empty() ? "" : ", ") + std::string(name);
+  }
+  return text.empty() ? "no extensions" : text;
+}
+
 class SmtpTransport : public Transport {
  public:
   explicit SmtpTransport(SmtpServer server) : server_(std::move(server)) {}
@@ -158,6 +170,13 @@ class SmtpTransport : public Transport {
 };
 
 }  // namespace
+
+std::string checkSmtpServer(const QueueConfig& config, const std::string& ehloName) try {
+  const SmtpServer server = serverOf(config, ehloName);
+  return offeredText(SmtpConnection(server).offered());
+} catch (const SessionLost& lost) {
+  throw Exception("SmtpException", 4, "Smtp", __LINE__, lost.reason);
+}
 
 std::unique_ptr<Transport> makeSmtpTransport(const QueueConfig& config, const std::string& ehloName) {
   return std::make_unique<SmtpTransport>(serverOf(config, ehloName));

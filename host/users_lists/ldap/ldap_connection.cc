@@ -61,13 +61,32 @@ struct FreeValues {
   void operator()(berval** values) const noexcept { ldap_value_free_len(values); }
 };
 
-/// The file as the TLS library will find it; it would only say that something is wrong.
-void checkReadable(int profile, const std::string& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-  if (file) return;
-  const int error = errno;
-  throw directoryError(__LINE__, profile,
-                       "CA file " + path + " cannot be opened: " + std::generic_category().message(error));
+/// Where systems keep the authorities that they trust, in one file. The library's handles know none by themselves.
+constexpr const char* kSystemAuthorities[] = {"/etc/ssl/certs/ca-certificates.crt", "/etc/pki/tls/certs/ca-bundle.crt",
+                                              "/etc/ssl/cert.pem"};
+
+bool isReadable(const std::string& path) {
+  return Descriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)).isOpen();
+}
+
+/// The file of the authorities that the profile trusts; the TLS library would only say that something is wrong with it.
+std::string authorities(const LdapProfileConfig& profile) {
+  if (!profile.caFile.empty()) {
+    std::string path = underRoot(profile.caFile);
+    if (isReadable(path)) return path;
+    const std::string reason = std::generic_category().message(errno);
+    throw directoryError(__LINE__, profile.number, "CA file " + path + " cannot be opened: " + reason);
+  }
+  for (const char* path : kSystemAuthorities) {
+    if (isReadable(path)) return path;
+  }
+  throw directoryError(__LINE__, profile.number, "no authorities that the system trusts are found: set ca_file");
+}
+
+std::string passwordOf(const LdapProfileConfig& profile) try {
+  return passwordFromFile(underRoot(profile.passwordFile));
+} catch (const Exception& e) {
+  throw directoryError(__LINE__, profile.number, e.text());
 }
 
 /// Whether a search's result means that this server does not serve now, rather than that it refuses the search.
@@ -157,14 +176,10 @@ void LdapConnection::setTls() {
   const int client = 0;
   set(LDAP_OPT_X_TLS_REQUIRE_CERT, &demand, "demanding a certificate");
   set(LDAP_OPT_X_TLS_PROTOCOL_MIN, &oldest, "oldest version of TLS");
-  const std::string caFile = profile_.caFile.empty() ? "" : underRoot(profile_.caFile);
-  if (!caFile.empty()) {
-    checkReadable(profile_.number, caFile);
-    set(LDAP_OPT_X_TLS_CACERTFILE, caFile.c_str(), "CA file " + caFile);
-    set(LDAP_OPT_X_TLS_CACERTDIR, nullptr, "no other authority");
-  }
+  caFile_ = authorities(profile_);
+  set(LDAP_OPT_X_TLS_CACERTFILE, caFile_.c_str(), "CA file " + caFile_);
   // Last, because the other TLS options count only for a context that is made after them.
-  set(LDAP_OPT_X_TLS_NEWCTX, &client, caFile.empty() ? "TLS" : "TLS with CA file " + caFile);
+  set(LDAP_OPT_X_TLS_NEWCTX, &client, "TLS with CA file " + caFile_);
 }
 
 void LdapConnection::connect() {
@@ -189,24 +204,18 @@ void LdapConnection::startTls() {
 // The library does not tell which of its checks of the certificate failed.
 void LdapConnection::tlsFailed(int code) {
   if (timedOut(code)) serverFailed("TLS", code);
-  const std::string wanted = profile_.caFile.empty() ? "the system trusts" : "is in " + underRoot(profile_.caFile);
-  serverFailed("TLS, with a valid certificate for this host by an authority that " + wanted, code);
+  serverFailed("TLS, with a valid certificate for this host by an authority in " + caFile_, code);
 }
 
 // Also without a name: the answer shows that there is a directory.
 void LdapConnection::bind() {
-  std::string password;
-  if (!profile_.bindDn.empty()) try {
-      password = passwordFromFile(underRoot(profile_.passwordFile));
-    } catch (const Exception& e) {
-      throw directoryError(__LINE__, profile_.number, e.text());
-    }
+  std::string password = profile_.bindDn.empty() ? "" : passwordOf(profile_);
   const NoSigpipe quiet;
   const ConnectionWatchdog::Step step(watchdog_);
-  const berval credential{.bv_len = password.size(), .bv_val = password.data()};
+  berval credential{.bv_len = password.size(), .bv_val = password.data()};
   errno = 0;
-  const int code = ldap_sasl_bind_s(handle_.get(), profile_.bindDn.c_str(), LDAP_SASL_SIMPLE,
-                                    const_cast<berval*>(&credential), nullptr, nullptr, nullptr);
+  const int code = ldap_sasl_bind_s(handle_.get(), profile_.bindDn.c_str(), LDAP_SASL_SIMPLE, &credential, nullptr,
+                                    nullptr, nullptr);
   explicit_bzero(password.data(), password.size());
   if (code == LDAP_SUCCESS) return;
   serverFailed(profile_.bindDn.empty() ? "anonymous bind" : "bind as " + quoted(profile_.bindDn), code);

@@ -113,6 +113,7 @@ class LdapConnection {
   const timeval timeout_;
   bool usable_ = true;
   bool connected_ = false;  // a socket is; TLS begins afterwards
+  std::string caFile_;      // set when there shall be TLS
   ConnectionWatchdog watchdog_;
   ldap_conncb callback_;
   std::unique_ptr<LDAP, Unbind> handle_;  // last: it is closed while the others still are

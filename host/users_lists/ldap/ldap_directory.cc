@@ -4,6 +4,7 @@
 #include "host/users_lists/ldap/ldap_directory.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -24,11 +25,12 @@ std::unique_ptr<LdapConnection> IdleConnections::take() {
   std::vector<Idle> old;  // closed when the lock is no longer held
   const std::lock_guard lock(mutex_);
   abandonInherited();
+  const auto young = std::find_if(idle_.begin(), idle_.end(), [now = Clock::now(), this](const Idle& idle) {
+    return now - idle.since <= longest_;  // they stand in the order in which they came
+  });
+  old.assign(std::make_move_iterator(idle_.begin()), std::make_move_iterator(young));
+  idle_.erase(idle_.begin(), young);
   if (idle_.empty()) return nullptr;
-  if (Clock::now() - idle_.back().since > longest_) {
-    old.swap(idle_);  // the others have waited longer still
-    return nullptr;
-  }
   std::unique_ptr<LdapConnection> connection = std::move(idle_.back().connection);
   idle_.pop_back();
   return connection;
@@ -118,12 +120,15 @@ LdapDirectory::Server& LdapDirectory::serverOf(const std::string& url) {
 
 std::string LdapDirectory::check() const try {
   std::string answering;
+  bool inTheOpen = false;
   for (const auto& server : servers_) {
     LdapConnection connection(profile_, server->url);
     checkSearches(connection, profile_);
+    inTheOpen |= server->url.starts_with("ldap:") && !profile_.startTls && !profile_.bindDn.empty();
     answering += (answering.empty() ? "" : ", ") + server->url;
   }
-  return answering + (servers_.size() == 1 ? " answers" : " answer") + ", with groups that have owners";
+  return answering + (servers_.size() == 1 ? " answers" : " answer") + ", with groups that have owners" +
+         (inTheOpen ? "; the password goes there unencrypted" : "");
 } catch (const ServerFailed& failure) {
   throw directoryError(__LINE__, profile_.number, failure.what());
 } catch (const std::system_error& error) {

@@ -8,10 +8,12 @@
 #include <csignal>
 #include <thread>
 
+#include "host/common/current_mailbox.h"
 #include "host/common/host_config.h"
 #include "host/host.h"
 #include "host/logging/file_sink.h"
 #include "platform/logging.h"
+#include "tests/host/logging/fake_service.h"
 #include "tests/support/temp_root.h"
 
 namespace {
@@ -33,6 +35,7 @@ namespace {
 
 using namespace testing;
 using Velmar::Host::setEventObserver;
+using Velmar::Testing::FakeService;
 
 std::vector<std::string> linesOf(const std::string& path) {
   std::ifstream in(path);
@@ -43,7 +46,8 @@ std::vector<std::string> linesOf(const std::string& path) {
 
 constexpr char kFile[] = "/var/log/spamreport.log";
 
-const Matcher<std::string> kLine = EndsWith(" 0x8000e report-disabled mailbox=\"u@example.org\"");
+const Matcher<std::string> kLine =
+    EndsWith(" 0x8000e report-disabled \"reports for u@example.org are switched off\" mailbox=\"u@example.org\"");
 
 void logLines(int count) {
   for (int i = 0; i < count; ++i) Velmar::Logger::instance(false).log(0x8000e, 0, "%s", "u@example.org");
@@ -53,9 +57,13 @@ class LogTest : public Test {
  protected:
   /// Runs `body` in a child with this configuration. Returns the lines that it writes to stderr.
   std::vector<std::string> stderrOf(bool toStderr, const std::string& file, const std::function<void()>& body) {
+    return stderrOf({.toStderr = toStderr, .file = file}, body);
+  }
+
+  std::vector<std::string> stderrOf(const Velmar::Host::LogConfig& log, const std::function<void()>& body) {
     const pid_t child = ::fork();
     if (child == 0) {
-      configuration.log = {toStderr, file};
+      configuration.log = log;
       ::dup2(::open((root / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600), STDERR_FILENO);
       body();
       ::_exit(HasFailure() ? 1 : 0);
@@ -95,8 +103,82 @@ TEST_F(LogTest, WithoutConfigurationItUsesStderrAndDoesNotLoadAgainForEachLine) 
 
 TEST_F(LogTest, AFileThatCannotBeWrittenSendsLinesToStderr) {
   root.write("var", "no directory");
-  const std::string why = "log-file-unwritable path=\"" + root / "var/log/spamreport.log\" error=\"Not a directory\"";
+  const std::string why = " sink=\"file\" path=\"" + root / "var/log/spamreport.log\" error=\"Not a directory\"";
   EXPECT_THAT(stderrOf(false, kFile, [] { logLines(2); }), ElementsAre(EndsWith(why), kLine, kLine));
+}
+
+/// Makes stderr the stream that the service manager reads into the journal.
+void leadStderrToJournal() {
+  struct stat status {};
+  ::fstat(STDERR_FILENO, &status);
+  ::setenv("JOURNAL_STREAM", (std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)).c_str(), 1);
+}
+
+TEST_F(LogTest, EachDestinationGetsEachEventAndTheJournalGetsItOnce) {
+  const struct {
+    bool toStderr, toJournal, toSyslog, stderrLeadsToJournal;
+    std::size_t want;  // lines on stderr
+  } cases[] = {
+      {false, true, true, false, 0}, {true, true, true, false, 1},  {true, true, false, true, 0},
+      {true, false, true, true, 0},  {true, false, false, true, 1},
+  };
+  FakeService journal(root / "run/systemd/journal/socket");
+  FakeService syslog(root / "dev/log");
+  for (const auto& row : cases) {
+    const auto lines = stderrOf({row.toStderr, kFile, row.toJournal, row.toSyslog}, [&] {
+      if (row.stderrLeadsToJournal) leadStderrToJournal();
+      logLines(1);
+    });
+    EXPECT_EQ(lines.size(), row.want) << &row - cases;
+    const std::string fields =
+        row.toJournal ? "\nVELMAR_EVENT_NAME=report-disabled\nVELMAR_MAILBOX=u@example.org\n" : "";
+    EXPECT_THAT(journal.receive().bytes, EndsWith(fields));
+    const std::string line = row.toSyslog ? "]: report-disabled: reports for u@example.org are switched off" : "";
+    EXPECT_THAT(syslog.receive().bytes, EndsWith(line));
+  }
+  EXPECT_THAT(journal.receive().bytes + syslog.receive().bytes, IsEmpty());
+  EXPECT_EQ(linesOf(root / kFile).size(), std::size(cases));
+}
+
+TEST_F(LogTest, AMissingJournalIsToldOnceAndNoEventIsLost) {
+  const auto missing = HasSubstr(" - log-sink-failed \"the log cannot be written to the journal " +
+                                 root / "run/systemd/journal/socket: No such file or directory\" sink=\"journal\"");
+  const auto log = [] { logLines(2); };
+  EXPECT_THAT(stderrOf({.toStderr = false, .file = "", .toJournal = true}, log), ElementsAre(missing, kLine, kLine));
+  EXPECT_THAT(stderrOf({.toStderr = false, .file = kFile, .toJournal = true}, log), IsEmpty());
+  EXPECT_THAT(linesOf(root / kFile), ElementsAre(kLine, missing, kLine));
+  const auto toldToCommand = [] {
+    Velmar::Host::setLogToStderr(false);
+    logLines(1);
+  };
+  EXPECT_THAT(stderrOf({.toStderr = true, .file = "", .toJournal = true}, toldToCommand), IsEmpty());
+  const auto journalStream = [] {
+    leadStderrToJournal();
+    logLines(1);
+  };
+  EXPECT_THAT(stderrOf({.toStderr = true, .file = "", .toJournal = true}, journalStream), ElementsAre(missing, kLine));
+}
+
+TEST_F(LogTest, AFailureNamesTheMailboxOfItsThread) {
+  const auto failure = [] { Velmar::Logger::instance(false).log(0x8000b, 0, "%s", "no room"); };
+  const auto lines = stderrOf(true, "", [&] {
+    for (const char* directory : {"/home/d/a~b~d", "/home/d/", "/home/d/u~d"}) {
+      Velmar::Host::setCurrentMailbox(directory);
+      failure();
+    }
+    std::thread(failure).join();
+    Velmar::Logger::instance(false).log(0x80015, 0, "%s", "given up");
+    Velmar::Logger::instance(false).log(0x90001, 0, "%s\x01%s\x01%s", "1", "u@d", "250 ok");  // has no mailbox
+    Velmar::Host::setCurrentMailbox("/home/d/" + std::string(300, 'x') + "~d");
+    failure();
+  });
+  const auto told = [](const std::string& mailbox, const std::string& field) {
+    return EndsWith("\"report for " + mailbox + " failed: no room\" error=\"no room\"" + field);
+  };
+  EXPECT_THAT(lines,
+              ElementsAre(told("a~b@d", " mailbox=\"a~b@d\""), told("(unknown)", ""), told("u@d", " mailbox=\"u@d\""),
+                          told("(unknown)", ""), EndsWith("given up: given up\" error=\"given up\""),
+                          EndsWith(" reply=\"250 ok\""), told("(unknown)", "")));
 }
 
 TEST_F(LogTest, AClosedStderrPipeHarmsNobody) {

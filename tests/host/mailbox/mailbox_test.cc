@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <climits>
 #include <thread>
+#include <utility>
 
 #include "host/host.h"
 #include "host/mailbox/maildir.h"
@@ -52,6 +53,25 @@ void setWindow(VXMailboxBase& box, int from, int until, int limit = INT_MAX) {
   box.setScope(VXMScopeRef(VXMScopeRef::TIME_RANGE, from, until, limit));
 }
 
+// Collects the events of its life instead of stderr, each as NAME|FIELD|FIELD.
+class Events {
+ public:
+  Events() {
+    Host::setLogToStderr(false);
+    Host::setEventObserver([this](const Host::Event& event) {
+      list.emplace_back(event.name);
+      for (const std::string& field : event.fields) list.back() += "|" + field;
+    });
+  }
+  ~Events() { Host::setEventObserver(nullptr); }
+
+  /// The events since the last call.
+  std::vector<std::string> take() { return std::exchange(list, {}); }
+
+ private:
+  std::vector<std::string> list;
+};
+
 Keys rest(VXMailboxBase& box) {
   Keys keys;
   while (VXMessageRef message = box.next()) keys.push_back(message->envelope()->key());
@@ -83,7 +103,15 @@ class Mailbox : public ::testing::Test {
     ASSERT_EQ(::rename(file(from).c_str(), file(to).c_str()), 0) << from << " to " << to;
   }
 
+  void TearDown() override { EXPECT_THAT(events.take(), IsEmpty()) << "told to the log and not expected"; }
+
+  /// The event for a message that could not be read.
+  std::string unreadable(const std::string& name, const std::string& reason) const {
+    return "held-message-unreadable|" + root / (kBox + 1) + "/" + name + "|" + reason;
+  }
+
   Testing::TempRoot root;
+  Events events;
 };
 
 TEST_F(Mailbox, WindowIsHalfOpenAndOrderIsTimeThenName) {
@@ -140,6 +168,7 @@ TEST_F(Mailbox, WhatIsNoRegularFileNeitherBlocksNorCounts) {
   ASSERT_EQ(::mkfifo(file("new/3.a").c_str(), 0666), 0);
   ASSERT_EQ(::symlink("6.a", file("new/4.a").c_str()), 0);
   EXPECT_THAT(rest(*box), ElementsAre("6.a"));
+  EXPECT_THAT(events.take(), ElementsAre(unreadable("new/3.a", "Illegal seek")));
 }
 
 TEST_F(Mailbox, MessageMovedAfterTheListingIsFoundAgainAndOneInBothFoldersIsListedOnce) {
@@ -209,6 +238,35 @@ TEST_F(Mailbox, EachFailingOpenEitherCostsOneMessageOrIsAnError) {
   for (const int nth : {1, 2, 3, 4}) EXPECT_THAT(keysFailing(nth, EACCES), ElementsAre("error")) << nth;
   for (const int error : {EMFILE, ENFILE, ENOMEM}) EXPECT_THAT(keysFailing(6, error), ElementsAre("error")) << error;
   for (const int error : {EACCES, EIO, ELOOP}) EXPECT_THAT(keysFailing(6, error), ElementsAre("1.a", "3.a")) << error;
+  EXPECT_THAT(events.take(),
+              ElementsAre(unreadable("new/2.a", "Permission denied"), unreadable("new/2.a", "Input/output error")));
+}
+
+TEST_F(Mailbox, UnreadableMessagesAreToldOnceAtTheEndOfAScan) {
+  for (int i = 10; i < 25; ++i) hold("new/" + std::to_string(i) + ".a");
+  hold("new/1.moved");
+  hold("new/2.gone");
+  for (int i = 12; i < 25; ++i) ASSERT_EQ(::chmod(file("new/" + std::to_string(i) + ".a").c_str(), 0), 0);
+  ASSERT_EQ(::chmod(file("new/1.moved").c_str(), 0), 0);
+  const std::string reason = "Permission denied";
+  {
+    const Ref<VXMailboxBase> box = scanned(0, 13);
+    ::unlink(file("new/2.gone").c_str());
+    rename("new/1.moved", "cur/1.moved:2,S");
+    const Testing::AsOrdinaryUser user;
+    EXPECT_THAT(rest(*box), ElementsAre("10.a", "11.a"));
+    EXPECT_THAT(events.take(), ElementsAre(unreadable("cur/1.moved:2,S", reason), unreadable("new/12.a", reason)));
+    EXPECT_FALSE(box->next());
+    EXPECT_THAT(events.take(), IsEmpty()) << "told again";
+  }
+  const Testing::AsOrdinaryUser user;
+  EXPECT_THAT(rest(*scanned(11, 25)), ElementsAre("11.a"));
+  const std::vector<std::string> told = events.take();
+  ASSERT_EQ(told.size(), 11U);
+  EXPECT_EQ(told[9], unreadable("new/21.a", reason));
+  EXPECT_EQ(told[10], "more-held-messages-unreadable|3|" + root / (kBox + 1));
+  EXPECT_THROW(rest(*scanned(12, 25)), Exception);
+  EXPECT_THAT(events.take(), IsEmpty()) << "the exception says it";
 }
 
 TEST_F(Mailbox, NoneOfTheMessagesReadableIsNoEmptyScan) {

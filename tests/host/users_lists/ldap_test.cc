@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
+#include <atomic>
 #include <thread>
 
 #include "host/host.h"
@@ -23,7 +23,7 @@ using namespace Testing;
 using ::testing::HasSubstr;
 using Addresses = std::set<std::string>;
 
-// Groups: ada is in staff, that in division, that in company, that in division again; odd is owned by a group.
+// Groups: ada is in staff, that in division, that in company, that in division again; odd is owned by itself.
 constexpr char kBase[] = "dc=example,dc=org";
 constexpr char kLdif[] = R"(dn: dc=example,dc=org
 objectClass: organization
@@ -52,7 +52,8 @@ const Entry kEntries[] = {
      "member: cn=staff,ou=groups,B\nmember: cn=company,ou=groups,B\nowner: cn=ceo,ou=people,B\n"},
     {"cn=company,ou=groups", "groupOfNames", "member: cn=division,ou=groups,B\nowner: cn=chair,ou=people,B\n"},
     {"cn=odd,ou=groups", "groupOfNames",
-     "objectClass: extensibleObject\nmember: cn=Ä\\, (*\\5c,ou=people,B\nowner: cn=odd,ou=groups,B\nmail: odd@d\n"
+     "objectClass: extensibleObject\nmember: cn=ada,ou=people,B\nmember: cn=Ä\\, (*\\5c,ou=people,B\nowner: "
+     "cn=odd,ou=groups,B\nmail: odd@d\n"
      "description: no name\n"},
     {"ou=far", "organizationalUnit", ""},
     {"ou=farther,ou=far", "referral", "objectClass: extensibleObject\nref: ldap://127.0.0.1:1/ou=farther\n"},
@@ -131,7 +132,6 @@ TEST(CircuitBreaker, LetsOneTryOnceThePauseIsOver) {
       {90s, "b", "another 60 s after b"},
       {150s, nullptr, nullptr},
       {151s, "", nullptr},
-      {152s, nullptr, nullptr},
       {153s, "c", "60 s after c"},
   };
   for (const auto& step : steps) {
@@ -150,10 +150,10 @@ TEST_F(Ldap, FindsTheOwnersOfAUsersGroups) {
     int depth;  // 0 = the profile follows none
     Addresses want;
   } cases[] = {
-      {"ada@d", false, 8, {"z-boss@d"}},
-      {"ada@d", true, 0, {"z-boss@d"}},
-      {"ada@d", true, 1, {"z-boss@d", "ceo@d"}},
-      {"ada@d", true, 64, {"z-boss@d", "ceo@d", "chair@d"}},
+      {"ada@d", false, 8, {"odd@d", "z-boss@d"}},
+      {"ada@d", true, 0, {"odd@d", "z-boss@d"}},
+      {"ada@d", true, 1, {"ceo@d", "odd@d", "z-boss@d"}},
+      {"ada@d", true, 64, {"ceo@d", "chair@d", "odd@d", "z-boss@d"}},
       {"a*(b)\\c@d", true, 8, {"odd@d"}},
       {"lonely@d", true, 8, {}},
       {"nobody@d", true, 8, {}},
@@ -177,8 +177,10 @@ TEST_F(Ldap, NeverTakesAPartOrAFaultForAnAnswer) {
     const char* want;
   } cases[] = {
       {"two@d", {}, [](auto&) {}, "more than one entry below \"ou=people,dc=example,dc=org\" matches (mail=two@d)"},
-      {"ada@d", {1, 9}, [](auto&) {}, "in more than 1 groups"},
-      {"ada@d", {9, 2}, [](auto&) {}, "more than 2 owners"},
+      {"two@d", {}, [](auto& p) { p.userFilter = "(|(mail={address})(sn=x))"; }, "more than one entry"},
+      {"ada@d", {0, 9}, [](auto&) {}, "in more groups than the server, or one look-up, gives"},
+      {"ada@d", {2, 9}, [](auto&) {}, "in more than 2 groups"},
+      {"ada@d", {9, 3}, [](auto&) {}, "more than 3 owners"},
       {"ada@d", {}, [](auto& p) { p.userBase = "ou=none,dc=example,dc=org"; }, "No such object"},
       {"ada@d", {}, [](auto& p) { p.groupBase = "ou=none,dc=example,dc=org"; }, "No such object"},
       {"ada@d", {}, [](auto& p) { p.groupBase = "x"; }, "below \"x\": Invalid DN syntax"},
@@ -217,9 +219,9 @@ TEST_F(Ldap, DemandsTheCertificateOfTheRightAuthority) {
       {false, "/slapd/other-ca.pem", "127.0.0.1", "slapd/other-ca.pem: Can't contact LDAP server"},
       {true, "/slapd/ca.pem", "localhost", "TLS, with a valid certificate for this host by an authority"},
       {false, "/slapd/ca.pem", "localhost", "slapd/ca.pem: Can't contact LDAP server"},
-      {false, "", "127.0.0.1", "by an authority that the system trusts: "},
+      {false, "", "127.0.0.1", "by an authority in /etc/"},
       {true, "/none.pem", "127.0.0.1", "/none.pem cannot be opened: No such file"},
-      {false, "/garbage.pem", "127.0.0.1", "by an authority that is in"},
+      {false, "/garbage.pem", "127.0.0.1", "garbage.pem: Can't contact"},
   };
   for (const auto& c : cases) {
     LdapProfileConfig config = profile();
@@ -231,20 +233,19 @@ TEST_F(Ldap, DemandsTheCertificateOfTheRightAuthority) {
   }
 }
 
-/// Accepts one connection, gives each answer after one request, and says nothing more.
+/// Sends `answer` to the first who connects, and says nothing more.
 class SilentServer {
  public:
-  explicit SilentServer(std::vector<std::string> answers) : answers_(std::move(answers)) {
+  explicit SilentServer(const std::string& answer) {
     sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     auto* const any = reinterpret_cast<sockaddr*>(&address);
-    if (::bind(listener_, any, size) != 0 || ::listen(listener_, 8) != 0 || ::getsockname(listener_, any, &size) != 0) {
-      throw std::runtime_error("cannot listen");
-    }
-    port = std::to_string(ntohs(address.sin_port));
-    thread_ = std::thread([this] { serve(); });
+    if (::listen(listener_, 8) != 0 || ::getsockname(listener_, any, &size) != 0) throw std::runtime_error("no port");
+    url = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    thread_ = std::thread([this, answer] {
+      peer_ = ::accept(listener_, nullptr, nullptr);
+      ::send(peer_, answer.data(), answer.size(), MSG_NOSIGNAL);
+    });
   }
   SilentServer(const SilentServer&) = delete;
   SilentServer& operator=(const SilentServer&) = delete;
@@ -252,24 +253,14 @@ class SilentServer {
     ::shutdown(listener_, SHUT_RDWR);
     thread_.join();
     ::close(listener_);
+    ::close(peer_);
   }
 
-  std::string port;
+  std::string url;  // without its scheme
 
  private:
-  void serve() const {
-    const int peer = ::accept(listener_, nullptr, nullptr);
-    char request[4096];
-    for (const std::string& answer : answers_) {
-      if (::recv(peer, request, sizeof request, 0) <= 0) break;
-      ::send(peer, answer.data(), answer.size(), MSG_NOSIGNAL);
-    }
-    while (::recv(peer, request, sizeof request, 0) > 0) continue;
-    ::close(peer);
-  }
-
-  std::vector<std::string> answers_;
   int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int peer_ = -1;
   std::thread thread_;
 };
 
@@ -279,20 +270,20 @@ TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
   const struct {
     const char* scheme;
     bool startTls;
-    std::vector<std::string> answers;
+    std::string answer;
     const char* want;
   } cases[] = {
-      {"ldap://", false, {}, "bind as \"cn=admin,dc=example,dc=org\": no answer within 1 s"},
-      {"ldap://", false, {bound}, "search of (mail=ada@d) below \"ou=people,dc=example,dc=org\": no answer within 1 s"},
-      {"ldap://", true, {}, "StartTLS: no answer within 1 s"},
-      {"ldap://", true, {tlsBegins}, "TLS: no answer within 1 s"},
-      {"ldaps://", false, {}, "TLS: no answer within 1 s"},
+      {"ldap://", false, "", "bind as \"cn=admin,dc=example,dc=org\": no answer within 1 s"},
+      {"ldap://", false, bound, "search of (mail=ada@d) below \"ou=people,dc=example,dc=org\": no answer within 1 s"},
+      {"ldap://", true, "", "StartTLS: no answer within 1 s"},
+      {"ldap://", true, tlsBegins, "TLS: no answer within 1 s"},
+      {"ldaps://", false, "", "TLS: no answer within 1 s"},
   };
   for (const auto& c : cases) {
-    const SilentServer silent(c.answers);
+    const SilentServer silent(c.answer);
     LdapProfileConfig config = profile();
     config.startTls = c.startTls;
-    config.urls = {c.scheme + ("127.0.0.1:" + silent.port)};
+    config.urls = {c.scheme + silent.url};
     LdapDirectory directory(config);
     const auto start = std::chrono::steady_clock::now();
     const std::string text = thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); });
@@ -301,16 +292,16 @@ TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
     for (int i = 0; i < 100; ++i) {
       EXPECT_THAT(thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }), HasSubstr("not tried for another"));
     }
-    EXPECT_LE(std::chrono::steady_clock::now() - start, 2s) << c.want;
+    EXPECT_LE(std::chrono::steady_clock::now() - start, 5s) << c.want;
   }
 }
 
 TEST_F(Ldap, TakesTheNextServerAndConnectsAnew) {
-  const SilentServer silent({});
+  const SilentServer silent("");
   LdapProfileConfig config = profile();
-  config.urls = {"ldap://127.0.0.1:1", "ldap://127.0.0.1:" + silent.port, server_->url()};
+  config.urls = {"ldap://127.0.0.1:1", "ldap://" + silent.url, server_->url()};
   LdapDirectory directory(config);
-  const Addresses want{"z-boss@d"};
+  const Addresses want{"odd@d", "z-boss@d"};
   EXPECT_EQ(directory.ownersOfGroupsOf("ada@d", false), want);
   server_->stop();
   server_->start();
@@ -318,50 +309,68 @@ TEST_F(Ldap, TakesTheNextServerAndConnectsAnew) {
   server_->stop();
   const std::string text = thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); });
   server_->start();
-  for (const std::string& part : {std::string("after ldap://127.0.0.1:1: cannot connect"), silent.port + ": bind as",
+  for (const std::string& part : {std::string("after ldap://127.0.0.1:1: cannot connect"), silent.url + ": bind as",
                                   server_->url() + ": cannot connect: Can't contact LDAP server"}) {
     EXPECT_THAT(text, HasSubstr(part));
   }
   EXPECT_THAT(thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }), HasSubstr("60 s after " + server_->url()));
 }
 
-TEST_F(Ldap, ServesThreadsAndChildren) {
-  LdapDirectory directory(profile());
-  const auto look = [&] {
-    return directory.ownersOfGroupsOf("ada@d", true).size() == 3 && directory.ownersOfGroupsOf("x@d", true).empty();
-  };
-  EXPECT_TRUE(look());
-  if (::fork() == 0) ::_exit(look() ? 0 : 1);  // with a connection of its own
-  int status = -1;
-  ::wait(&status);
-  EXPECT_EQ(status, 0);
-  EXPECT_TRUE(look());
-  std::atomic<int> good{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < 20; ++round) good += look();
-    });
+TEST_F(Ldap, KeepsConnectionsForThisProcessAndAWhile) {
+  const LdapProfileConfig config = profile();
+  IdleConnections idle(1h);
+  IdleConnections tooLong(0ms);
+  for (IdleConnections* connections : {&idle, &tooLong}) {
+    connections->put(std::make_unique<LdapConnection>(config, server_->url()));
   }
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(idle.take() == nullptr ? 0 : 1);
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(tooLong.take(), nullptr);
+  const auto kept = idle.take();
+  ASSERT_NE(kept, nullptr);
+  EXPECT_FALSE(kept->read("cn=none," + config.userBase, "mail"));
+}
+
+TEST_F(Ldap, ServesManyThreads) {
+  LdapDirectory directory(profile());
+  std::atomic<int> good{0};
+  const auto look = [&] {
+    for (int i = 0; i < 20; ++i) {
+      good += directory.ownersOfGroupsOf("ada@d", true).size() == 4 && directory.ownersOfGroupsOf("x@d", true).empty();
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) threads.emplace_back(look);
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(good, 160);
 }
 
 TEST_F(Ldap, IsWhatTheConfigurationSays) {
-  root_->write("etc/velmar/host.toml",
-               "[global]\nhost_name = \"h.d\"\n[antispam]\nrelease_account = \"r\"\ndelete_account = \"d\"\n"
-               "[[domain]]\nname = \"d\"\n[[ldap_profile]]\nnumber = 3\nurls = [\"" +
-                   server_->url() +
-                   "\"]\nbind_dn = \"cn=admin,dc=example,dc=org\"\npassword_file = \"/password\"\nuser_base = "
-                   "\"ou=people,dc=example,dc=org\"\ngroup_base = \"ou=groups,dc=example,dc=org\"\n"
-                   "[[ldap_profile]]\nnumber = 4\nurls = [\"ldap://127.0.0.1:1\"]\nuser_base = \"dc=x\"\n");
-  EXPECT_THAT(configuredLdapProfiles(), ::testing::ElementsAre(3, 4));
-  EXPECT_EQ(checkLdapProfile(3), server_->url() + " answers, with groups that have owners");
+  root_->write("etc/velmar/host.toml", R"(global.host_name = "h.d"
+antispam = { release_account = "r", delete_account = "d" }
+domain = [{ name = "d" }]
+[[ldap_profile]]
+number = 4
+urls = ["ldap://127.0.0.1:1"]
+user_base = "dc=x"
+[[ldap_profile]]
+number = 3
+bind_dn = "cn=admin,dc=example,dc=org"
+password_file = "/password"
+user_base = "ou=people,dc=example,dc=org"
+group_base = "ou=groups,dc=example,dc=org"
+urls = [")" + server_->url() + "\"]\n");
+  EXPECT_THAT(configuredLdapProfiles(), ::testing::ElementsAre(4, 3));
+  EXPECT_EQ(checkLdapProfile(3),
+            server_->url() + " answers, with groups that have owners; the password goes there unencrypted");
   EXPECT_THAT(thrownBy([] { checkLdapProfile(4); }), HasSubstr("profile 4: ldap://127.0.0.1:1: cannot connect"));
   const auto owners = [](int number) {
     return QRL_LdapUserManager::Instance().getGroupOwnerAddressesForUser("ada@d", number, true);
   };
-  EXPECT_EQ(owners(3), Addresses{"z-boss@d"});
+  EXPECT_EQ(owners(3), (Addresses{"odd@d", "z-boss@d"}));
   EXPECT_EQ(thrownBy([&] { owners(7); }), "LDAP profile 7 is not configured");
   LdapProfileConfig config = profile();
   config.ownerAttribute = "seeAlso";

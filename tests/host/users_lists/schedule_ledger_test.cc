@@ -45,11 +45,10 @@ TEST_P(ScheduleLedger, MailboxesStandBesideTheirDomainUntilItsRunEnds) {
 
 TEST_P(ScheduleLedger, RefusedNoteChangesNothing) {
   Host::setDomainReportedUntil("d", 5, {{"u@d", 3}});
-  const std::string nul("u\0@d", 4);
   EXPECT_THAT(thrownBy([&] {
-                Host::setDomainReportedUntil("d", 6, {{"a@d", 1}, {nul, 2}});
+                Host::setDomainReportedUntil("d", 6, {{"", 2}, {"a@d", 1}});
               }),
-              HasSubstr("holds a NUL"));
+              HasSubstr("mailbox of a scheduled run is empty"));
   EXPECT_THAT(thrownBy([] { Host::setMailboxReportedUntil("d", "", 9); }), HasSubstr("mailbox of a scheduled run is"));
   EXPECT_THAT(thrownBy([] { Host::reportedUntil(""); }), HasSubstr("domain of a scheduled run is empty"));
   EXPECT_EQ(Host::reportedUntil("d").domain, 5);
@@ -85,8 +84,14 @@ TEST_P(ScheduleLedger, OneRunAtATime) {
 TEST_P(ScheduleLedger, LostRightIsNoticed) {
   const auto lock = Host::ScheduledRunLock::tryAcquire();
   ASSERT_TRUE(lock);
-  std::filesystem::remove(root / "var/lib/velmar/state.db.run-lock");
-  EXPECT_THAT(thrownBy([&] { lock->confirm(); }), HasSubstr("state.db: the right to make the scheduled reports"));
+  lock->confirm();
+  if (onServer) {
+    PostgresqlServer::instance().stop();
+    PostgresqlServer::instance().start();
+  } else {
+    std::filesystem::remove(root / "var/lib/velmar/state.db.run-lock");
+  }
+  EXPECT_THAT(thrownBy([&] { lock->confirm(); }), HasSubstr(": the right to make the scheduled reports"));
 }
 
 }  // namespace

@@ -17,68 +17,153 @@ namespace {
 
 using namespace Testing;
 using namespace std::chrono_literals;
-using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 constexpr char kState[] = "var/lib/velmar/state.db";
 
-// Every operation on the store, each of which must throw an error that names the file and `want`.
-void expectAllFail(const std::string& want) {
-  char buffer[36];
-  const std::function<void()> operations[] = {
-      [] { namesOf("u@d", "l"); },
-      [] { listHolds("u@d", "l", "a@x"); },
-      [] { removeEntry("u@d", "l", "a@x"); },
-      [] { Host::addListEntry("u@d", "l", "b@x"); },
-      [&] { get_user_pref_lang("u@d", buffer, sizeof buffer); },
-      [] { Host::setPreferredLanguage("u@d", "de"); },
-      [] { Host::reportedUntil("d"); },
-      [] { Host::setDomainReportedUntil("d", 1, {}); },
-      [] { Host::checkState(); },
-  };
-  const auto wanted = AllOf(HasSubstr("state store " + Host::threadDatabase().name()), HasSubstr(want));
-  for (const auto& operation : operations) EXPECT_THAT(thrownBy(operation), wanted);
-}
-
-class StateStore : public ::testing::Test {
+class StateStore : public OnEachStore {
  protected:
   StateStore() {
-    Host::setStateUrl(kSqliteUrl);
     Host::setStateLockTimeout(50ms);
     Host::addListEntry("u@d", "l", "a@x");
     Host::setPreferredLanguage("u@d", "fr");
     Host::dropThreadState();
   }
-  ~StateStore() override { Host::dropThreadState(); }
+};
+FOR_EACH_STORE(StateStore);
+
+TEST_P(StateStore, ChangeWaitsForAnotherAndThenThrows) {
+  const auto other = otherProgram();
+  Host::threadDatabase().beginChange(*other);
+  const std::string want = onServer ? "canceling statement due to lock timeout" : "database is locked";
+  EXPECT_THAT(thrownBy([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr(want));
+  EXPECT_TRUE(listHolds("u@d", "l", "a@x")) << "readers do not wait for the writer";
+  *other << "COMMIT";
+  removeEntry("u@d", "l", "a@x");
+  EXPECT_FALSE(listHolds("u@d", "l", "a@x"));
+}
+
+TEST_P(StateStore, ChangeThatFailsHalfWayIsUndone) {
+  const auto change = [](Host::StateSession& state) {
+    Host::StateChange undone(state);
+    state.run("DELETE FROM list_entry");
+    state.run("DELETE FROM no_such_table");
+  };
+  EXPECT_THAT(thrownBy([&] { Host::withState(change); }), HasSubstr("no_such_table"));
+  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
+}
+
+TEST_P(StateStore, OtherVersionsAndForeignDatabasesThrow) {
+  const auto other = otherProgram();
+  for (const auto& [version, want] : {std::pair{3, "its schema version is 3, this software knows version 2"},
+                                      std::pair{0, "it has vanished: what is there now is empty"}}) {
+    Host::threadDatabase().setSchemaVersion(*other, version);
+    expectAllFail(want);
+  }
+}
+
+// A store of the first release gets what is new, and keeps what it has.
+TEST_P(StateStore, OlderStoreIsBroughtUpToDate) {
+  const Host::StateDatabase& database = Host::threadDatabase();
+  const auto other = otherProgram();
+  *other << "DROP TABLE reported";
+  database.setSchemaVersion(*other, 1);
+  *other << "CREATE TABLE reported (a INTEGER)";  // in the way of the last step
+  expectAllFail("already exists");
+  EXPECT_EQ(database.schemaVersion(*other), 1);
+  *other << "DROP TABLE reported";
+  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
+  EXPECT_EQ(database.schemaVersion(*other), 2);
+  Host::setMailboxReportedUntil("d", "u@d", 1);
+  EXPECT_EQ(Host::reportedUntil("d").mailboxes.size(), 1u);
+}
+
+// Changes of several statements, again and again, beside others that make them as well.
+void workOnSharedState(int worker) {
+  const std::string own = std::to_string(worker) + "@x";
+  for (int i = 0; i < 8; ++i) {
+    removeEntry("shared@d", "l", own);
+    if (listHolds("shared@d", "l", own)) throw Host::stateError(__LINE__, own + " is still there");
+    Host::addListEntry("shared@d", "l", own);
+    Host::setPreferredLanguage("shared@d", "l" + std::to_string(worker));
+    Host::setDomainReportedUntil("shared", worker, {{own, worker}, {"all@x", worker}});
+  }
+}
+
+TEST_P(StateStore, ProcessesAndThreadsCreateAndShareAStore) {
+  Host::setStateLockTimeout(20s);
+  for (int round = 0; round < 3; ++round) {
+    const TempRoot empty;
+    Host::dropThreadState();
+    if (onServer) {
+      PostgresqlServer::instance().empty();
+      Host::setStateUrl(PostgresqlServer::instance().url());
+    }
+    for (int i = 1; i <= 3; ++i) {
+      if (::fork() == 0) ::_exit(thrownBy([i] { workOnSharedState(i); }) == "nothing thrown" ? 0 : 1);
+    }
+    std::thread thread([] { EXPECT_EQ(thrownBy([] { workOnSharedState(4); }), "nothing thrown"); });
+    EXPECT_EQ(thrownBy([] { workOnSharedState(5); }), "nothing thrown");
+    thread.join();
+    for (int i = 0, status = -1; i < 3; ++i) {
+      ::waitpid(0, &status, 0);
+      EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(namesOf("shared@d", "l").size(), 5u);
+    const Host::ReportedUntil last = Host::reportedUntil("shared");
+    const std::map<std::string, long long> ofOne{{std::to_string(last.domain) + "@x", last.domain},
+                                                 {"all@x", last.domain}};
+    EXPECT_EQ(last.mailboxes, ofOne) << "one of the changes as a whole";
+  }
+}
+
+TEST_P(StateStore, ChildOfAProgramThatHasTheStoreOpenOpensItAnew) {
+  const soci::session* inherited = &Host::threadState().sql;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool anew = &Host::threadState().sql != inherited && listHolds("u@d", "l", "a@x");
+    Host::dropThreadState();
+    ::_exit(anew ? 0 : 1);
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
+  EXPECT_EQ(&Host::threadState().sql, inherited) << "the child left it alone";
+}
+
+class FileStore : public ::testing::Test {
+ protected:
+  FileStore() {
+    Host::setStateUrl(kSqliteUrl);
+    Host::setStateLockTimeout(50ms);
+    Host::addListEntry("u@d", "l", "a@x");
+    Host::dropThreadState();
+  }
+  ~FileStore() override { Host::dropThreadState(); }
 
   soci::session otherProgram() const { return soci::session("sqlite3", "dbname=\"" + root / kState + "\""); }
 
   TempRoot root{"velmar test = "};
 };
 
-TEST_F(StateStore, OperationWaitsForALockAndThenThrows) {
+TEST_F(FileStore, ReaderWaitsForAnExclusiveLockAndThenThrows) {
   soci::session other = otherProgram();
-  other << "BEGIN IMMEDIATE";
-  EXPECT_THAT(thrownBy([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr("database is locked"));
-  EXPECT_TRUE(listHolds("u@d", "l", "a@x")) << "readers do not wait for the writer";
-  other << "COMMIT";
-  Host::dropThreadState();
   other << "PRAGMA locking_mode = EXCLUSIVE";
   other << "BEGIN EXCLUSIVE";
   expectAllFail("database is locked");
 }
 
-TEST_F(StateStore, ChangeThatFailsHalfWayIsUndone) {
-  const auto change = [](Host::StateSession& state) {
-    Host::StateChange undone(state);
-    state.sql << "DELETE FROM list_entry";
-    state.sql << "DELETE FROM no_such_table";
-  };
-  EXPECT_THROW(Host::withState(change), Exception);
-  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
+TEST_F(FileStore, DatabaseOfAnotherProgramIsLeftAlone) {
+  for (const char* sign : {"PRAGMA application_id = 7", "CREATE TABLE theirs (a)", "PRAGMA user_version = 1"}) {
+    const TempRoot theirs;
+    soci::session("sqlite3", "dbname=" + theirs / "their.db") << sign;
+    Host::setStateUrl("sqlite:///their.db");
+    expectAllFail("it is a database, but not one of this system");
+  }
 }
 
-TEST_F(StateStore, DamageThrows) {
+TEST_F(FileStore, DamageThrows) {
   std::fstream file(root / kState, std::ios::in | std::ios::out | std::ios::binary);
   file.seekp(4096);  // the first page, which holds the schema, stays whole
   file << std::string(std::filesystem::file_size(root / kState) - 4096, '\xff') << std::flush;
@@ -88,48 +173,18 @@ TEST_F(StateStore, DamageThrows) {
   EXPECT_EQ(std::filesystem::file_size(root / kState), 8192u) << "nobody may overwrite what it was";
 }
 
-TEST_F(StateStore, OtherVersionsAndForeignDatabasesThrow) {
-  otherProgram() << "PRAGMA user_version = 3";
-  expectAllFail("its schema version is 3, this software knows version 2");
-  otherProgram() << "PRAGMA user_version = 0";
-  expectAllFail("it has vanished: what is there now is empty");
-  const TempRoot elsewhere;
-  for (const char* sign : {"PRAGMA application_id = 7", "CREATE TABLE theirs (a)", "PRAGMA user_version = 1"}) {
-    const std::string path = elsewhere.makeDirectory(std::to_string(sign[0] + sign[7])) + "/their.db";
-    soci::session("sqlite3", "dbname=" + path) << sign;
-    Host::setStateUrl("sqlite://" + path.substr((elsewhere / "").size() - 1));
-    EXPECT_THAT(thrownBy([] { namesOf("u@d", "l"); }), HasSubstr("their.db: it is a database, but not one of this"));
-  }
-}
-
-// A store of the first release gets what is new, and keeps what it has.
-TEST_F(StateStore, OlderStoreIsBroughtUpToDate) {
-  const auto version = [&] {
-    int number = 0;
-    otherProgram() << "PRAGMA user_version", soci::into(number);
-    return number;
-  };
-  for (const char* makeOlder : {"DROP TABLE reported", "PRAGMA user_version = 1"}) otherProgram() << makeOlder;
-  otherProgram() << "CREATE TABLE reported (a)";  // in the way of the last step
-  EXPECT_THAT(thrownBy([] { namesOf("u@d", "l"); }), HasSubstr("table reported already exists"));
-  EXPECT_EQ(version(), 1);
-  otherProgram() << "DROP TABLE reported";
-  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
-  EXPECT_EQ(version(), 2);
-  Host::setMailboxReportedUntil("d", "u@d", 1);
-  EXPECT_EQ(Host::reportedUntil("d").mailboxes.size(), 1u);
-}
-
-TEST_F(StateStore, DeniedAccessThrows) {
+TEST_F(FileStore, DeniedAccessThrows) {
   ::chmod((root / kState).c_str(), 0666);
   for (const auto& [mode, want] : {std::pair{0555, "readonly database"}, std::pair{0, "unable to open"}}) {
     ::chmod((root / "var/lib/velmar").c_str(), static_cast<mode_t>(mode));
     const AsOrdinaryUser user;
     expectAllFail(want);
+    EXPECT_THAT(thrownBy([] { Host::ScheduledRunLock::tryAcquire(); }),
+                HasSubstr("run-lock cannot be opened: Permission"));
   }
 }
 
-TEST_F(StateStore, RootThatCannotHoldAStoreThrows) {
+TEST_F(FileStore, RootThatCannotHoldAStoreThrows) {
   root.write("file", "");
   ::setenv("VELMAR_ROOT", (root / "file").c_str(), 1);
   expectAllFail("directory " + root / "file/var" + " cannot be made: Not a directory");
@@ -139,7 +194,7 @@ TEST_F(StateStore, RootThatCannotHoldAStoreThrows) {
 
 // An administrator moves the file away, or restores a backup, while a program has it open. Lists that were known must
 // not read as empty in between.
-TEST_F(StateStore, ReplacedFileIsNoticed) {
+TEST_F(FileStore, ReplacedFileIsNoticed) {
   ASSERT_TRUE(listHolds("u@d", "l", "a@x"));
   const TempRoot other;
   Host::addListEntry("u@d", "l", "b@x");
@@ -152,37 +207,6 @@ TEST_F(StateStore, ReplacedFileIsNoticed) {
   std::filesystem::copy_file(other / kState, root / kState);
   EXPECT_FALSE(listHolds("u@d", "l", "a@x"));
   EXPECT_TRUE(listHolds("u@d", "l", "b@x"));
-}
-
-// Removes and adds an entry again and again, beside others that do the same with theirs.
-void workOnSharedList(int worker) {
-  const std::string own = std::to_string(worker) + "@x";
-  for (int i = 0; i < 15; ++i) {
-    removeEntry("shared@d", "l", own);
-    if (listHolds("shared@d", "l", own)) throw Host::stateError(__LINE__, own + " is still there");
-    Host::addListEntry("shared@d", "l", own);
-  }
-}
-
-TEST_F(StateStore, ProcessesAndThreadsCreateAndShareAStore) {
-  Host::setStateLockTimeout(20s);
-  for (int round = 0; round < 3; ++round) {
-    const TempRoot empty;
-    for (int i = 0; i < 3; ++i) {
-      if (::fork() == 0) ::_exit(thrownBy([i] { workOnSharedList(i); }) == "nothing thrown" ? 0 : 1);
-    }
-    std::thread thread([] { EXPECT_EQ(thrownBy([] { workOnSharedList(3); }), "nothing thrown"); });
-    EXPECT_EQ(thrownBy([] { workOnSharedList(4); }), "nothing thrown");
-    thread.join();
-    for (int status = -1; ::wait(&status) > 0;) EXPECT_EQ(status, 0);
-    EXPECT_EQ(namesOf("shared@d", "l").size(), 5u);
-  }
-}
-
-TEST_F(StateStore, ChildOfAProgramThatHasTheStoreOpenOpensItAnew) {
-  const soci::session* inherited = &Host::threadState().sql;
-  if (::fork() == 0) ::_exit(&Host::threadState().sql != inherited ? 0 : 1);
-  for (int status = -1; ::wait(&status) > 0;) EXPECT_EQ(status, 0);
 }
 
 }  // namespace
