@@ -43,15 +43,16 @@ same "held message" "$(stat -c '%a %U %G' $new/*)" "640 vmail velmar"
   printf '[[domain]]\nname = "example.org"\n[[recipient_policy]]\naddress = "*"\nantispam_profile = 1\n'
   printf '[[antispam_profile]]\nnumber = 1\nquarantine_report = true\n'
 } >host.toml && cat host.toml >/etc/velmar/host.toml
+mkdir -m 777 sink
+sink() { smtp-sink -u nobody -d /package_test/sink/%M. 127.0.0.1:10025 10 & }
+sink
+sleep 0.5
 as_velmar spamreport check
 
 echo "== scheduled reports"
 # One message in each of the last two hours: whichever is due now, there is one to report.
 hour=$(date -d "$(date +%Y-%m-%dT%H:00)" +%s)
 for time in $((hour - 3000)) $((hour - 1)); do cp -p $new/*P* "$new/$time.M1.mail,S=9"; done
-mkdir -m 777 sink
-sink() { smtp-sink -u nobody -d /package_test/sink/%M. 127.0.0.1:10025 10 & }
-sink
 systemctl start spamreport-run.service
 systemctl start spamreport-queue.service
 same "mails handed over" "$(find sink -type f | wc -l), $(queued) left" "1, 0 left"
@@ -85,7 +86,6 @@ mkdir /etc/velmar/templates/branded && touch /etc/velmar/templates/branded/heade
 dpkg -r spamreport
 same "timers after the removal" "$(states)" inactive
 cmp host.toml /etc/velmar/host.toml
-find /var/spool/velmar -type f -delete
 dpkg -P spamreport libspamreport1
 test ! -e /var/spool/velmar
 test ! -e /usr/share/velmar

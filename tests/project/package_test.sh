@@ -37,7 +37,7 @@ FailureAction=poweroff-force
 Type=oneshot
 ExecStart=/bin/sh -c "/package_test/package_inside.sh >/package_test/log 2>&1 && touch /package_test/passed"
 UNIT
-timeout 180 systemd-nspawn --quiet --register=no --keep-unit --private-network --console=pipe -D "$root" -b \
+timeout 400 systemd-nspawn --quiet --register=no --keep-unit --private-network --console=pipe -D "$root" -b \
   systemd.unit=package-test.service systemd.show_status=no </dev/null >"$work/boot.log" 2>&1 || true
 cat "$root/package_test/log" 2>/dev/null || tail -n 40 "$work/boot.log"
 test -e "$root/package_test/passed"
