@@ -22,7 +22,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr long long kSlowestBytesPerSecond = 16384;
-constexpr int kStepsOfConnecting = 5;  // TCP, TLS, greeting, EHLO, AUTH
 constexpr milliseconds kQuitWait{1000};
 
 bool curlIsReady() {
@@ -70,16 +69,13 @@ void SmtpConnection::configure() {
       lose("libcurl does not take option " + std::to_string(static_cast<int>(option)));
     }
   };
-  const auto timeout = static_cast<long>(server_.timeout.count());
   set(CURLOPT_ERRORBUFFER, curlError_);
   set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_URL, server_.url.c_str());
   set(CURLOPT_PROTOCOLS_STR, "smtp,smtps");
   set(CURLOPT_PROXY, "");  // no proxy of the environment
   set(CURLOPT_CONNECT_ONLY, 1L);
-  set(CURLOPT_CONNECTTIMEOUT_MS, timeout);
-  set(CURLOPT_SERVER_RESPONSE_TIMEOUT, std::max(1L, timeout / 1000));
-  set(CURLOPT_TIMEOUT_MS, timeout * kStepsOfConnecting);
+  set(CURLOPT_TIMEOUT_MS, static_cast<long>(server_.timeout.count()));  // from the name to the login
   set(CURLOPT_USE_SSL, static_cast<long>(server_.startTls));
   set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   set(CURLOPT_SSL_VERIFYPEER, 1L);

@@ -15,9 +15,10 @@ namespace Velmar::Host {
 ///
 /// ehloName  the name of this host in EHLO, e.g. "gw.example.org"
 /// Reads `config.authFile` at once; throws Exception when it or `config.caFile` cannot be used.
-/// `config.timeout` bounds the wait for each step. A reply must be whole within it, the one to the content within ten
-/// times that, since servers do their checks there; the content must leave with 16 KiB a second or more on average.
-/// A connection lost between the final dot and its reply counts as temporary failure: such a mail may arrive twice.
+/// Connecting, with TLS and login, must be done within `config.timeout`, and so must each reply be whole; the one to
+/// the content within ten times that, since servers do their checks there. The content must leave with 16 KiB a second
+/// or more on average and without a stop of `config.timeout`. A connection lost between the final dot and its reply
+/// counts as temporary failure: such a mail may arrive twice.
 std::unique_ptr<Transport> makeSmtpTransport(const QueueConfig& config, const std::string& ehloName);
 
 }  // namespace Velmar::Host

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <future>
+#include <sstream>
 #include <thread>
 
 #include "host/common/descriptor.h"
@@ -31,7 +32,8 @@ using Script = std::vector<std::string>;
 // What the server says, one entry a command (or content); these are no replies.
 const std::string kClose = "!close";
 const std::string kSilent = "!silent";
-const std::string kBreak = "!break";  // takes a part of a large content
+const std::string kDrip = "!drip";    // a byte now and then, never an end
+const std::string kBreak = "!break";  // takes a part of a large content, says 250 and goes
 const std::string kGreeting = "220 mx";
 const std::string kPlain = "250 mx";
 const std::string kFull = "250-mx\r\n250-PIPELINING\r\n250-SIZE 90\r\n250-dsn\r\n250-8BITMIME\r\n250 SMTPUTF8";
@@ -76,16 +78,22 @@ class Server {
     const int on = 1;
     ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     std::string end;  // of what the client says before the next reply
+    int dripped = 0;
     for (const std::string& reply : script) {
       if (reply == kBreak) {
         std::vector<char> part(100000);
         ::recv(client, part.data(), part.size(), MSG_WAITALL);
+        ::send(client, "250 ok\r\n", 8, MSG_NOSIGNAL);
         ::shutdown(client, SHUT_WR);  // with this before the end, a careless send is ended by SIGPIPE
         return;
       }
       if (!read(client, end, received) || reply == kClose) return;
       if (reply == kSilent) end = "never";
       if (reply == kSilent) continue;
+      while (reply == kDrip && ::send(client, &"250-x\r\n"[dripped++ % 7], 1, MSG_NOSIGNAL) == 1) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+      if (reply == kDrip) return;
       const std::string bytes = reply + "\r\n";
       const std::size_t step = byteByByte ? 1 : bytes.size();
       for (std::size_t at = 0; at < bytes.size(); at += step) {
@@ -141,146 +149,83 @@ std::string texts(const Host::HandOver& handOver) {
   return all;
 }
 
-const std::string kMail = "MAIL FROM:<s@x.test>\r\n";
-const std::string kFullMail = "MAIL FROM:<s@x.test> SIZE=19\r\n";
-const std::string kBody = "S: x\r\n\r\n..dot\r\nend\r\n.\r\n";
-
-std::string rcpt(const std::string& address, bool dsn = false) {
-  return "RCPT TO:<" + address + (dsn ? "> NOTIFY=NEVER\r\n" : ">\r\n");
+/// A script written in one string: replies with ";" between, "S" and "F" for the start of a session, "#" between
+/// sessions.
+std::vector<Script> scriptsOf(const std::string& text) {
+  std::vector<Script> sessions(1);
+  std::istringstream in(text);
+  for (std::string reply; std::getline(in, reply, ';');) {
+    if (reply == "#") {
+      sessions.emplace_back();
+    } else if (reply == "S" || reply == "F") {
+      sessions.back().insert(sessions.back().end(), {kGreeting, reply == "S" ? kPlain : kFull});
+    } else {
+      sessions.back().push_back(reply == "354" ? "354 go" : reply);
+    }
+  }
+  return sessions;
 }
 
-struct Case {
-  const char* name;
-  std::vector<QueuedMail> mails;
-  std::vector<Script> sessions;
-  std::string want;                       ///< verdicts of the mails, with blanks between
-  std::string wantText;                   ///< in the replies of the last mail
-  std::vector<std::string> wantReceived;  ///< between EHLO and QUIT, by session
-};
+/// The bytes of a session: MAIL, recipients, DATA, body, RSET by one letter each, in the form for plain or full EHLO.
+std::string bytesOf(const std::string& letters, bool full) {
+  std::string bytes = "EHLO gw.test\r\n";
+  for (const char letter : letters) {
+    if (letter == 'M') bytes += full ? "MAIL FROM:<s@x.test> SIZE=19\r\n" : "MAIL FROM:<s@x.test>\r\n";
+    if (letter >= 'a') bytes += "RCPT TO:<"s + letter + (full ? "@x.test> NOTIFY=NEVER\r\n" : "@x.test>\r\n");
+    if (letter == 'D') bytes += "DATA\r\n";
+    if (letter == 'B') bytes += "S: x\r\n\r\n..dot\r\nend\r\n.\r\n";
+    if (letter == '.') bytes += ".\r\n";
+    if (letter == 'R') bytes += "RSET\r\n";
+  }
+  return bytes + "QUIT\r\n";
+}
 
 class SmtpDialogue : public ::testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(Replies, SmtpDialogue, ::testing::Values(false, true));
+INSTANTIATE_TEST_SUITE_P(ByteByByte, SmtpDialogue, ::testing::Values(false, true));
 
 TEST_P(SmtpDialogue, VerdictsAndBytes) {
-  const std::string a = "a@x.test", b = "b@x.test", c = "c@x.test";
-  const std::string full = kFullMail + rcpt(a, true) + rcpt(b, true) + "DATA\r\n";
-  const std::string plainOne = kMail + rcpt(a) + "DATA\r\n" + kBody;
-  const Case cases[] = {
-      {"each its own",
-       {mailTo({a, b, c})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "450 4.2.1 later", "550-5.1.1 no\r\n550 5.1.1 user \x1b[1m", "354 go",
-         "250 2.0.0 got it"}},
-       "ATP",
-       "250 2.0.0 got it|450 4.2.1 later|550 5.1.1 no 5.1.1 user \\x1b[1m|",
-       {kMail + rcpt(a) + rcpt(b) + rcpt(c) + "DATA\r\n" + kBody}},
-      {"at once",
-       {mailTo({a, b})},
-       {{kGreeting, kFull, "250 ok", "251 ok", "553 no", "354 go", "250 ok"}},
-       "AP",
-       "553 no",
-       {full + kBody}},
-      {"all refused, DATA wanted",
-       {mailTo({a, b}), mailTo({a})},
-       {{kGreeting, kFull, "250 ok", "550 no", "450 no", "354 go", "250 nothing", "250 ok", "250 ok", "354 go",
-         "250 ok"}},
-       "PT A",
-       "250 ok",
-       {full + ".\r\n" + kFullMail + rcpt(a, true) + "DATA\r\n" + kBody}},
-      {"all refused, then reset",
-       {mailTo({a}), mailTo({a})},
-       {{kGreeting, kPlain, "250 ok", "550 no", "250 reset", "250 ok", "250 ok", "354 go", "250 ok"}},
-       "P A",
-       "250 ok",
-       {kMail + rcpt(a) + "RSET\r\n" + plainOne}},
-      {"sender refused at once",
-       {mailTo({a, b})},
-       {{kGreeting, kFull, "551 no sender", "250 odd", "503 bad", "354 odd", "250 odd"}},
-       "PP",
-       "551 no sender|551 no sender|",
-       {full + ".\r\n"}},
-      {"data refused",
-       {mailTo({a, b})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "550 no", "452 4.3.1 full"}},
-       "TP",
-       "452 4.3.1 full|550 no|",
-       {}},
-      {"content refused",
-       {mailTo({a, b})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "450 no", "354 go", "554 5.7.1 spam"}},
-       "PT",
-       "554 5.7.1 spam|450",
-       {}},
-      {"too many",
-       {mailTo({a, b, c})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "452 4.5.3 enough", "552 enough", "354 go", "250 one", "250 ok",
-         "250 ok", "452 4.3.1 full", "354 go", "250 two"}},
-       "AAT",
-       "250 one|250 two|452 4.3.1 full|",
-       {kMail + rcpt(a) + rcpt(b) + rcpt(c) + "DATA\r\n" + kBody + kMail + rcpt(b) + rcpt(c) + "DATA\r\n" + kBody}},
-      {"too many for any", {mailTo({a})}, {{kGreeting, kPlain, "250 ok", "552 5.5.3 enough"}}, "T", "552 5.5.3", {}},
-      {"421",
-       {mailTo({a, b})},
-       {{kGreeting, kPlain, "250 ok", "550 no", "421 4.3.2 bye"}},
-       "PT!",
-       "550 no|421 4.3.2 bye|",
-       {}},
-      {"421 greeting", {mailTo({a})}, {{"421 busy"}}, "T!", "421 busy", {}},
-      {"closed between, and 421 between",
-       {mailTo({a}), mailTo({a}), mailTo({a})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "354 go", "250 ok", kClose},
-        {kGreeting, kPlain, "250 ok", "250 ok", "354 go", "250 ok\r\n421 idle"},
-        {kGreeting, kPlain, "250 ok", "250 ok", "354 go", "250 ok"}},
-       "A A A",
-       "250 ok",
-       {}},
-      {"closed between, not there again",
-       {mailTo({a}), mailTo({a})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "354 go", "250 ok", kClose}, {"554 no"}},
-       "A T!",
-       "554 no",
-       {}},
-      {"accepted before it was sent",
-       {mailTo({a})},
-       {{kGreeting, kFull, "250 ok", "250 ok", "354 go\r\n250 ok"}},
-       "T",
-       "out of turn",
-       {}},
-      {"no SMTP", {mailTo({a})}, {{kGreeting, kPlain, "HTTP/1.1 400"}}, "T!", "does not speak SMTP", {}},
-      {"too large",
-       {mailTo({a}, std::string(91, 'x'))},
-       {{kGreeting, kFull}},
-       "P",
-       "93 bytes, the server takes at most 90",
-       {""}},
-      {"UTF-8 not offered",
-       {mailTo({"\xc3\xbc@x.test", a})},
-       {{kGreeting, kPlain, "250 ok", "250 ok", "354 go", "250 ok"}},
-       "PA",
-       "needs SMTPUTF8",
-       {plainOne}},
-      {"UTF-8 offered",
-       {mailTo({"\xc3\xbc@x.test"}, "a\r\n\r\n\xc3\xbc")},
-       {{kGreeting, kFull, "250 ok", "250 ok", "354 go", "250 ok"}},
-       "A",
-       "",
-       {"MAIL FROM:<s@x.test> SIZE=9 BODY=8BITMIME SMTPUTF8\r\n" + rcpt("\xc3\xbc@x.test", true) +
-        "DATA\r\na\r\n\r\n\xc3\xbc\r\n.\r\n"}},
-      {"8 bits not offered", {mailTo({a}, "a\r\n\r\n\xc3\xbc")}, {{kGreeting, kPlain}}, "P", "needs 8BITMIME", {""}},
-      {"UTF-8 header not offered",
-       {mailTo({a, b}, "\xc3\xbc\r\n\r\n")},
-       {{kGreeting, "250-mx\r\n250 8BITMIME"}},
-       "PP",
-       "header needs SMTPUTF8",
-       {""}},
+  const struct {
+    const char* mails;  ///< the recipients of each
+    const char* script;
+    const char* want;          ///< verdicts of the mails
+    const char* wantText;      ///< in the replies of the last mail
+    const char* wantReceived;  ///< in the first session; "" = not looked at
+  } cases[] = {
+      {"abc", "S;250 ok;250 ok;450 4.2.1 later;550-5.1.1 no\r\n550 5.1.1 user \x1b[1m;354;250 2.0.0 got it", "ATP",
+       "250 2.0.0 got it|450 4.2.1 later|550 5.1.1 no 5.1.1 user \\x1b[1m|", "MabcDB"},
+      {"ab", "F;250 ok;251 ok;553 no;354;250 ok", "AP", "553 no", "MabDB"},
+      // all refused: the server wants a content nevertheless; or the next mail needs RSET first
+      {"ab a", "F;250 ok;550 no;450 no;354;250 nothing;250 ok;250 ok;354;250 ok", "PT A", "250 ok", "MabD.MaDB"},
+      {"a a", "S;250 ok;550 no;250 reset;250 ok;250 ok;354;250 ok", "P A", "250 ok", "MaRMaDB"},
+      {"ab", "F;551 no sender;250 odd;503 bad;354;250 odd", "PP", "551 no sender|551 no sender|", "MabD."},
+      {"ab", "S;250 ok;250 ok;550 no;452 4.3.1 full", "TP", "452 4.3.1 full|550 no|", "MabD"},
+      {"ab", "S;250 ok;250 ok;450 no;354;554 5.7.1 spam", "PT", "554 5.7.1 spam|450", "MabDB"},
+      // more recipients than it takes at once; than it takes at all
+      {"abc", "S;250 ok;250 ok;452 4.5.3 enough;552 enough;354;250 one;250 ok;250 ok;452 4.3.1 full;354;250 two", "AAT",
+       "250 one|250 two|452 4.3.1 full|", "MabcDBMbcDB"},
+      {"ab", "S;250 ok;250 ok;452 4.5.3 enough;354;450 no", "TT", "450 no|452 4.5.3 enough|", "MabDB"},
+      {"a", "S;250 ok;552 5.5.3 enough", "T", "552 5.5.3", "Ma"},
+      {"ab", "S;250 ok;550 no;421 4.3.2 bye", "PT!", "550 no|421 4.3.2 bye|", ""},
+      {"a", "421 busy", "T!", "421 busy", ""},
+      // closed between mails, and with 421 between them: opened again
+      {"a a a",
+       "S;250 ok;250 ok;354;250 ok;!close;#;S;250 ok;250 ok;354;250 ok\r\n421 idle;#;S;250 ok;250 ok;354;250 ok",
+       "A A A", "250 ok", ""},
+      {"a a", "S;250 ok;250 ok;354;250 ok;!close;#;554 no", "A T!", "554 no", ""},
+      {"a", "F;250 ok;250 ok;354 go\r\n250 before it was sent", "T", "out of turn", ""},
+      {"a", "S;HTTP/1.1 400", "T!", "does not speak SMTP", ""},
   };
-  for (const Case& one : cases) {
-    SCOPED_TRACE(one.name);
-    Server server(one.sessions, GetParam());
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.script);
+    Server server(scriptsOf(one.script), GetParam());
     std::string got, text;
     {
       const auto transport = Host::makeSmtpTransport(configOf(server.url), "gw.test");
-      for (const QueuedMail& mail : one.mails) {
-        const Host::HandOver handOver = transport->send(mail);
+      std::istringstream mails(one.mails);
+      for (std::string letters; mails >> letters;) {
+        std::vector<std::string> recipients;
+        for (const char letter : letters) recipients.push_back(letter + "@x.test"s);
+        const Host::HandOver handOver = transport->send(mailTo(recipients));
         got += (got.empty() ? "" : " ") + verdicts(handOver);
         text = texts(handOver);
       }
@@ -288,9 +233,40 @@ TEST_P(SmtpDialogue, VerdictsAndBytes) {
     server.join();
     EXPECT_EQ(got, one.want) << text;
     EXPECT_THAT(text, HasSubstr(one.wantText));
-    for (std::size_t i = 0; i < one.wantReceived.size(); ++i) {
-      EXPECT_EQ(server.received[i], "EHLO gw.test\r\n" + one.wantReceived[i] + "QUIT\r\n");
+    if (*one.wantReceived) {
+      EXPECT_EQ(server.received[0], bytesOf(one.wantReceived, one.script[0] == 'F'));
     }
+  }
+}
+
+TEST(Smtp, WhatTheServerDoesNotOfferIsNotAskedOfIt) {
+  const std::string ue = "\xc3\xbc", a = "a@x.test", utf8 = ue + "@x.test";
+  const std::string large(91, 'x');
+  const struct {
+    std::vector<std::string> recipients;
+    std::string content, ehlo, want, wantText, wantCommand;
+  } cases[] = {
+      {{a}, large, kFull, "P", "93 bytes, the server takes at most 90", "QUIT"},
+      {{a}, large, "250-mx\r\n250 SIZE", "A", "ok", "MAIL FROM:<s@x.test> SIZE=93\r\n"},
+      {{utf8, a}, "a", kPlain, "PA", "needs SMTPUTF8", "MAIL FROM:<s@x.test>\r\nRCPT TO:<a@"},
+      {{utf8},
+       "a\r\n\r\n" + ue,
+       kFull,
+       "A",
+       "ok",
+       "MAIL FROM:<s@x.test> SIZE=9 BODY=8BITMIME SMTPUTF8\r\nRCPT TO:<\xc3"},
+      {{a}, "a\r\n\r\n" + ue, kFull, "A", "ok", "MAIL FROM:<s@x.test> SIZE=9 BODY=8BITMIME\r\n"},
+      {{a}, "a\r\n\r\n1234567" + ue, kPlain, "P", "needs 8BITMIME", "QUIT"},
+      {{a, a}, ue + "\r\n\r\n", "250-mx\r\n250 8BITMIME", "PP", "header needs SMTPUTF8", "QUIT"},
+  };
+  for (const auto& one : cases) {
+    Server server({{kGreeting, one.ehlo, "250 ok", "250 ok", "354 go", "250 ok"}}, false);
+    const auto handOver =
+        Host::makeSmtpTransport(configOf(server.url), "gw.test")->send(mailTo(one.recipients, one.content));
+    server.join();
+    EXPECT_EQ(verdicts(handOver), one.want) << one.wantText;
+    EXPECT_THAT(texts(handOver), HasSubstr(one.wantText));
+    EXPECT_THAT(server.received[0], ::testing::StartsWith("EHLO gw.test\r\n" + one.wantCommand));
   }
 }
 
@@ -315,7 +291,9 @@ TEST(Smtp, TheServerGoesOrFallsSilentAtEachStep) {
     for (std::size_t step = 0; step < whole.size(); ++step) {
       losses.push_back(std::async(std::launch::async, expectLossAtStep, whole, step, kClose));
       if (step + 1 == whole.size()) continue;  // ten times the patience
-      losses.push_back(std::async(std::launch::async, expectLossAtStep, whole, step, kSilent));
+      for (const auto& end : {kSilent, kDrip}) {
+        losses.push_back(std::async(std::launch::async, expectLossAtStep, whole, step, end));
+      }
     }
   }
   for (auto& loss : losses) loss.get();
