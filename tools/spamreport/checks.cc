@@ -11,7 +11,6 @@
 #include "host/host.h"
 #include "platform/config_store.h"
 #include "platform/mail_builder.h"
-#include "platform/users_lists.h"
 #include "tools/spamreport/time_text.h"
 
 namespace Velmar::Tool {
@@ -95,13 +94,6 @@ void addImageChecks(std::vector<Check>& checks) {
   }
 }
 
-std::string lookAtStateStore() {
-  mail_list_names names;
-  mail_list_get_names("postmaster@localhost", "primaryaddr", &names, 0, 0);
-  mail_list_free_names(&names);
-  return "answers";
-}
-
 std::string lookAtSpool() {
   Host::checkSpool();
   std::size_t waiting = 0;
@@ -163,9 +155,8 @@ std::vector<Check> installationChecks() {
   std::vector<Check> checks;
   addTemplateChecks(checks);
   addImageChecks(checks);
-  checks.push_back(
-      {"state store", lookAtStateStore,
-       "let this user read and write var/lib/velmar and state.db in it; when another program holds it, end that one"});
+  checks.push_back({"state store", Host::checkState,
+                    "let this user read and write what state.url names; when another program holds it, end that one"});
   checks.push_back({"spool", lookAtSpool, "let this user read and write var/spool/velmar; move away what is damaged"});
   checks.push_back(
       {"secret", lookAtSecret,
