@@ -299,8 +299,9 @@ class HostTest(unittest.TestCase):
         self.assertRegex((out / "report.txt").read_text(), r"^Branded, \d\d\.\d\d\.\d{4}, \d\d:\d\d ")
         self.assertIn("body.txt.tpl:1: unknown variable QUARANTINE_PERIOD_TOO", done.stderr)
         self.assertEqual((self.directory / "opened").read_text(), "1%s" % (out / "report.html"))
-        for option, value in [("--language", "xx"), ("--template", "branded"), ("--template", "../default")]:
-            self.assertIn(value.split("/")[-1], self.on_host("preview", "anna@example.org", option, value, want=2))
+        for option, value in [("--language", "xx"), ("--template", "branded"), ("--template", "../default"),
+                              ("--template", "lost/")]:
+            self.assertIn(value.strip("./"), self.on_host("preview", "anna@example.org", option, value, want=2))
 
     def test_lists_and_preferences(self):
         owner = "new@example.org"
