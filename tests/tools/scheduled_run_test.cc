@@ -240,6 +240,18 @@ TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
   EXPECT_TRUE(anyFailure(results));
 }
 
+TEST_F(ScheduledRun, DoesNotBelieveNotesOfATimeToCome) {
+  world.ledger[kDomain] = {noon - 4 * kHour, {{"*", noon + kDay}, {"a@d.example", noon + 400 * kDay}}};
+  EXPECT_EQ(world.run(noon).size(), 3U);
+  EXPECT_TRUE(world.ledger[kDomain].mailboxes.empty());
+}
+
+TEST_F(ScheduledRun, ADirectoryThatIsNoMailboxFailsOncePerScheduledHour) {
+  world.addresses->push_back("x,y@d.example");
+  world.broken = {"x,y@d.example"};
+  EXPECT_THAT(tries(noon, noon + 6 * kHour + 1), ElementsAre(0, 360));
+}
+
 TEST_F(ScheduledRun, SendsNothingWhenItCannotNote) {
   world.ledger[kDomain] = {noon - 4 * kHour, {}};
   world.notesLeft = 0;

@@ -82,6 +82,13 @@ std::string mailboxAddress(const std::string& text) {
   return text;
 }
 
+bool isMailboxAddress(const std::string& text) try {
+  mailboxAddress(text);
+  return true;
+} catch (const WrongUse&) {
+  return false;
+}
+
 std::vector<Mailbox> parseRecipients(const std::vector<std::string>& domains, const std::string& list) {
   std::vector<Mailbox> recipients;
   for (std::size_t start = 0; start <= list.size();) {

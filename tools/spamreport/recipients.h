@@ -21,6 +21,9 @@ std::string chooseDomain(const std::string& domain, const std::vector<std::strin
 /// characters, at most 127 bytes. Throws WrongUse naming the text and the reason.
 std::string mailboxAddress(const std::string& text);
 
+/// The same as a question.
+bool isMailboxAddress(const std::string& text);
+
 /// The members of a list that is separated by commas, in its order, each once, with the domain as in `domains`. Blanks
 /// around an address and empty places are skipped.
 /// Throws WrongUse for the first one that is no address of a mailbox of these domains, and for a list without any.

@@ -24,6 +24,13 @@ Outcome standsInTheFuture(std::int64_t standing) {
                                     "record"};
 }
 
+/// What is noted, without what a clock that was wrong has noted of a time to come.
+Host::ReportedUntil credible(Host::ReportedUntil ledger, std::int64_t now) {
+  std::erase_if(ledger.mailboxes,
+                [now](const auto& note) { return note.second > now + (note.first == kLastTry ? 0 : kClockTolerance); });
+  return ledger;
+}
+
 std::int64_t lastTryOf(const Host::ReportedUntil& ledger) {
   const auto found = ledger.mailboxes.find(kLastTry);
   return found == ledger.mailboxes.end() ? 0 : found->second;
@@ -58,12 +65,12 @@ std::vector<ReportTask> dueTasks(const std::string& domain, const std::vector<st
 }
 
 /// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed, and those that
-/// were reported further before the clock was set back.
+/// were reported further before the clock was set back. A directory whose name is no address will not do better soon.
 Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector<Outcome>& outcomes,
                          const Host::ReportedUntil& ledger, const Occasion& occasion, std::int64_t now) {
   Standings others;
   for (std::size_t i = 0; i < tasks.size(); ++i) {
-    if (outcomes[i].kind != OutcomeKind::kFailed) continue;
+    if (outcomes[i].kind != OutcomeKind::kFailed || !isMailboxAddress(tasks[i].mailbox.address)) continue;
     others[tasks[i].mailbox.address] = tasks[i].until - tasks[i].period;
     others[kLastTry] = now;
   }
@@ -120,7 +127,7 @@ std::vector<RunResult> runScheduledDomain(ScheduledWorld& world, const std::stri
                                           std::int64_t now) {
   std::vector<RunResult> results;
   try {
-    const Host::ReportedUntil ledger = world.reportedUntil(domain);
+    const Host::ReportedUntil ledger = credible(world.reportedUntil(domain), now);
     if (ledger.domain > now + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
     if (!isDue(ledger, occasion, now)) return {};
     reportDomain(world, domain, ledger, occasion, now, results);

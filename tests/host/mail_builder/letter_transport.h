@@ -10,40 +10,28 @@
 
 namespace Velmar::Testing {
 
-/// a = accepted, t = temporary, p = permanent, u = temporary and the server is unusable, x = the mail is not sendable.
+/// a = accepted, p = permanent, x = the mail is not sendable, u = temporary and the server is unusable, else temporary.
 class LetterTransport : public Host::Transport {
  public:
-  /// Called for each mail before the answer.
-  std::function<void(const Host::QueuedMail&)> onMail = [](const Host::QueuedMail&) {};
-  /// Answers that stand in for the letters' own, e.g. "550 no".
-  std::string temporary = "450 later", permanent = "550 no";
-  std::string tried;  ///< what came: "ID:RECIPIENT,RECIPIENT; "
+  std::function<void(const Host::QueuedMail&)> onMail = [](const Host::QueuedMail& /*mail*/) {};  ///< before the answer
+  std::string permanent = "550 no";
+  std::string tried;  ///< the first recipients of what came
 
   Host::HandOver send(const Host::QueuedMail& mail) override {
     onMail(mail);
     Host::HandOver answer;
-    std::string names;
     for (const std::string& recipient : mail.recipients) {
-      names += (names.empty() ? "" : ",") + recipient.substr(0, recipient.find('@'));
-      answer.recipients.push_back(replyTo(recipient));
+      if (recipient[0] == 'x') throw Exception("TestException", 4, "Test", __LINE__, "bare CR in the mail");
+      if (recipient[0] == 'a')
+        answer.recipients.push_back({Host::Verdict::kAccepted, "250 ok"});
+      else if (recipient[0] == 'p')
+        answer.recipients.push_back({Host::Verdict::kPermanent, permanent});
+      else
+        answer.recipients.push_back({Host::Verdict::kTemporary, "450 later"});
       answer.serverUnusable = answer.serverUnusable || recipient[0] == 'u';
     }
-    tried += mail.id + ":" + names + "; ";
+    tried += mail.id + " ";
     return answer;
-  }
-
- private:
-  Host::RecipientReply replyTo(const std::string& recipient) const {
-    switch (recipient[0]) {
-      case 'a':
-        return {Host::Verdict::kAccepted, "250 ok"};
-      case 'p':
-        return {Host::Verdict::kPermanent, permanent};
-      case 'x':
-        throw Exception("TestException", 4, "Test", __LINE__, "bare CR in the mail");
-      default:
-        return {Host::Verdict::kTemporary, temporary};
-    }
   }
 };
 

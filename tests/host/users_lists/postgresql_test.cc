@@ -70,6 +70,7 @@ TEST_F(ServerStore, ServerThatIsGoneOrRefusesThrows) {
   Host::setStateUrl(server.url());
   server.stop();
   expectAllFail("connection to server");
+  EXPECT_THAT(thrownBy([] { Host::ScheduledRunLock::tryAcquire(); }), HasSubstr("connection to server"));
   server.start();
   EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
 }

@@ -81,7 +81,7 @@ TEST_P(StateStore, OlderStoreIsBroughtUpToDate) {
 // Changes of several statements, again and again, beside others that make them as well.
 void workOnSharedState(int worker) {
   const std::string own = std::to_string(worker) + "@x";
-  for (int i = 0; i < 15; ++i) {
+  for (int i = 0; i < 8; ++i) {
     removeEntry("shared@d", "l", own);
     if (listHolds("shared@d", "l", own)) throw Host::stateError(__LINE__, own + " is still there");
     Host::addListEntry("shared@d", "l", own);
@@ -179,6 +179,8 @@ TEST_F(FileStore, DeniedAccessThrows) {
     ::chmod((root / "var/lib/velmar").c_str(), static_cast<mode_t>(mode));
     const AsOrdinaryUser user;
     expectAllFail(want);
+    EXPECT_THAT(thrownBy([] { Host::ScheduledRunLock::tryAcquire(); }),
+                HasSubstr("run-lock cannot be opened: Permission"));
   }
 }
 
