@@ -10,6 +10,7 @@
 #include <array>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "host/mail_builder/utf8.h"
 

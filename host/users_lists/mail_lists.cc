@@ -74,11 +74,10 @@ int mail_list_find(const char* owner, const char* list, const char* entry, int) 
   const std::string listName = given("list name", list);
   const std::string entryKey = addressKey(given("list entry", entry));
   return withState([&](StateSession& state) {
-    return state.rows<long long>("SELECT 1 FROM list_entry WHERE owner_key = :o AND list = :l AND entry_key = :e",
-                                 {ownerKey, listName, entryKey})
-                   .empty()
-               ? 0
-               : 1;
+    const auto found =
+        state.rows<long long>("SELECT 1 FROM list_entry WHERE owner_key = :o AND list = :l AND entry_key = :e",
+                              {ownerKey, listName, entryKey});
+    return found.empty() ? 0 : 1;
   });
 }
 

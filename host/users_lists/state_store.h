@@ -61,7 +61,7 @@ struct StateSession {
   // The statement keeps pointers to the values. "One time" spares the round trip of preparing it.
   void prepare(soci::statement& prepared, const std::string& text, std::vector<std::string>& values) const;
   std::string original(const std::string& text) const { return database.original(text); }
-  static long long original(long long number) { return number; }
+  long long original(long long number) const { return number; }
 };
 
 /// The store's database, as this thread uses it; valid until this thread's next call.

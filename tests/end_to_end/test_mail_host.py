@@ -222,7 +222,7 @@ class MailHostTest(unittest.TestCase):
         postfix = self.postfix()
         spool = self.host.root / "var/spool/velmar"
         spool.mkdir(parents=True, exist_ok=True)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8M", "spool", spool], check=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=32M", "spool", spool], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", spool], check=True)
         filler = spool / "filler"
         fill(filler)

@@ -7,6 +7,7 @@ import os
 import pty
 import re
 import shutil
+import sqlite3
 import subprocess
 import tempfile
 import unittest
@@ -213,6 +214,12 @@ class HostTest(unittest.TestCase):
             with self.subTest(address):
                 self.assertRegex(self.on_host("check", "--mailbox", address, want=code), r"(?s)" + want)
         self.assertIn("nowhere.example", self.on_host("check", "--mailbox", "who@nowhere.example", want=2))
+        self.configure('template = "default"', 'template = "lost"')
+        with sqlite3.connect(self.root / "var/lib/velmar/state.db") as state:
+            state.execute("UPDATE preference SET language = 'xx' WHERE address LIKE 'dana%'")
+        self.assertRegex(self.on_host("check", "--mailbox", "dana@example.net", want=1),
+                         r'(?s)note  language +"xx" is unknown.*BAD   template +"lost": there is no \S+/lost/\n'
+                         r'good  template +"default" stands in\n')
         self.assertEqual(self.on_host("lists", "show", "kim+lists@example.net"), lists)
         self.assertFalse((self.root / "var/log").exists())
 
@@ -292,8 +299,9 @@ class HostTest(unittest.TestCase):
         self.assertRegex((out / "report.txt").read_text(), r"^Branded, \d\d\.\d\d\.\d{4}, \d\d:\d\d ")
         self.assertIn("body.txt.tpl:1: unknown variable QUARANTINE_PERIOD_TOO", done.stderr)
         self.assertEqual((self.directory / "opened").read_text(), "1%s" % (out / "report.html"))
-        for option, value in [("--language", "xx"), ("--template", "branded"), ("--template", "../default")]:
-            self.assertIn(value.split("/")[-1], self.on_host("preview", "anna@example.org", option, value, want=2))
+        for option, value in [("--language", "xx"), ("--template", "branded"), ("--template", "../default"),
+                              ("--template", "lost/")]:
+            self.assertIn(value.strip("./"), self.on_host("preview", "anna@example.org", option, value, want=2))
 
     def test_lists_and_preferences(self):
         owner = "new@example.org"

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 
 #include "host/host.h"

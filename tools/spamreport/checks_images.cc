@@ -48,7 +48,7 @@ void attach(const std::string& path) {
   mail.add_image_inline(path, ContentType::SUBTYPE_PNG);
 }
 
-std::string article(const std::string& kind) {
+std::string whatItIs(const std::string& kind) {
   if (kind.empty()) return "is neither PNG nor JPEG nor GIF";
   return "is a " + kind + " file";
 }
@@ -59,7 +59,7 @@ std::vector<Finding> lookAtIcon(const std::string& name) {
   attach(path);
   const std::optional<std::string> own = kindOf(path);
   const std::string kind = own ? *own : installedKind(name);
-  if (kind != "PNG") return bad((own ? path : "the installed " + name) + " " + article(kind) + ", not PNG");
+  if (kind != "PNG") return bad((own ? path : "the installed " + name) + " " + whatItIs(kind) + ", not PNG");
   return good(own ? "PNG" : "the installed one");
 }
 
@@ -67,7 +67,7 @@ std::vector<Finding> lookAtOwnLogo() {
   const std::string path = std::string(kDirectory) + kOwnLogo;
   const std::optional<std::string> kind = kindOf(path);
   if (!kind) return good("none, icon_titlelogo.png is shown");
-  if (kind->empty()) return bad(path + " " + article(*kind) + ": icon_titlelogo.png is shown instead");
+  if (kind->empty()) return bad(path + " " + whatItIs(*kind) + ": icon_titlelogo.png is shown instead");
   attach(path);
   return good(*kind);
 }

@@ -2,10 +2,10 @@
 // The decisions are the library's: a report is constructed and asked, not delivered. No list is repaired, nothing is
 // written, and nothing is logged.
 
-#include <algorithm>
 #include <iostream>
 #include <limits>
 #include <optional>
+#include <set>
 
 #include "host/host.h"
 #include "platform/antispam_profiles.h"

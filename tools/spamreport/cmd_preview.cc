@@ -40,7 +40,7 @@ void choose(const PreviewOptions& options) {
     choice.templateDomain = choice.templateName.substr(0, slash);
     choice.templateName.erase(0, slash + 1);
   }
-  if (!choice.templateName.empty()) checkTemplate(choice);
+  if (!options.templateName.empty()) checkTemplate(choice);
   Host::setPreview(std::move(choice));
 }
 

@@ -146,16 +146,16 @@ TEST_F(QueueTest, WhatIsDueIsTriedAndWhatIsTooOldIsGivenUp) {
   place("new/due", "t@x", 10, 1, -1);
   place("new/later", "t@x", 10, 1, 300);
   place("new/clock-ran-ahead", "t@x", 11, 1, 90000);
-  place("new/old", "t@x", 432001, 99);
+  place("new/old", "t@x\nRecipient: p@x", 432001, 99);
   place("new/old-but-taken", "a@x", 432000, 99);
   place("failed/lost", "a@x", 432000, 99);
   root.write("var/spool/velmar/new/version-one",
              "Velmar-Spool: 1\nId: version-one\nSender: \nRecipient: t@x\nNotify: never\nQueued: 7\n\nm\r\n");
   EXPECT_EQ(flush(), "1 2 2 0 1 0");
   EXPECT_EQ(server.tried, "version-one old old-but-taken clock-ran-ahead due ");
-  EXPECT_THAT(log, HasSubstr("mail-given-up(old t@x 450 later)"));
+  EXPECT_THAT(log, HasSubstr("mail-refused(old p@x 550 no)mail-given-up(old t@x 450 later)"));
   EXPECT_EQ(spool(),
-            "failed t 1 450 later;failed t 100 450 later;failed a 99 old;waiting t 2 450 later;"
+            "failed t 1 450 later;failed tp 100 t@x: 450 later; p@x: 550 no;failed a 99 old;waiting t 2 450 later;"
             "waiting t 2 450 later;waiting t 1 old;");
   EXPECT_EQ(flush(), "0 0 0 0 3 0");
   EXPECT_EQ(flush(true), "0 3 0 0 0 0");

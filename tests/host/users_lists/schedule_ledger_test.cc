@@ -2,8 +2,6 @@
 // and who may run.
 
 #include <gmock/gmock.h>
-#include <signal.h>
-#include <sys/wait.h>
 
 #include "host/host.h"
 #include "tests/host/users_lists/stores.h"
@@ -76,15 +74,6 @@ TEST_P(ScheduleLedger, OneRunAtATime) {
   ASSERT_TRUE(lock) << "the right ends with the process";
   EXPECT_EQ(Host::ScheduledRunLock::tryAcquire(), nullptr) << "nor twice in one process";
   lock->confirm();
-  Host::setDomainReportedUntil("d", 5, {});
-  lock.reset();
-  EXPECT_TRUE(Host::ScheduledRunLock::tryAcquire());
-}
-
-TEST_P(ScheduleLedger, LostRightIsNoticed) {
-  const auto lock = Host::ScheduledRunLock::tryAcquire();
-  ASSERT_TRUE(lock);
-  lock->confirm();
   if (onServer) {
     PostgresqlServer::instance().stop();
     PostgresqlServer::instance().start();
@@ -92,6 +81,8 @@ TEST_P(ScheduleLedger, LostRightIsNoticed) {
     std::filesystem::remove(root / "var/lib/velmar/state.db.run-lock");
   }
   EXPECT_THAT(thrownBy([&] { lock->confirm(); }), HasSubstr(": the right to make the scheduled reports"));
+  lock.reset();
+  EXPECT_TRUE(Host::ScheduledRunLock::tryAcquire());
 }
 
 }  // namespace

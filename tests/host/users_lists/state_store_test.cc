@@ -21,6 +21,9 @@ using ::testing::HasSubstr;
 
 constexpr char kState[] = "var/lib/velmar/state.db";
 
+// The session of another program with the store.
+std::unique_ptr<soci::session> otherProgram() { return Host::threadDatabase().open(50ms); }
+
 class StateStore : public OnEachStore {
  protected:
   StateStore() {
@@ -95,10 +98,7 @@ TEST_P(StateStore, ProcessesAndThreadsCreateAndShareAStore) {
   for (int round = 0; round < 3; ++round) {
     const TempRoot empty;
     Host::dropThreadState();
-    if (onServer) {
-      PostgresqlServer::instance().empty();
-      Host::setStateUrl(PostgresqlServer::instance().url());
-    }
+    useEmptyStore();
     for (int i = 1; i <= 3; ++i) {
       if (::fork() == 0) ::_exit(thrownBy([i] { workOnSharedState(i); }) == "nothing thrown" ? 0 : 1);
     }
@@ -142,15 +142,13 @@ class FileStore : public ::testing::Test {
   }
   ~FileStore() override { Host::dropThreadState(); }
 
-  soci::session otherProgram() const { return soci::session("sqlite3", "dbname=\"" + root / kState + "\""); }
-
   TempRoot root{"velmar test = "};
 };
 
 TEST_F(FileStore, ReaderWaitsForAnExclusiveLockAndThenThrows) {
-  soci::session other = otherProgram();
-  other << "PRAGMA locking_mode = EXCLUSIVE";
-  other << "BEGIN EXCLUSIVE";
+  const auto other = otherProgram();
+  *other << "PRAGMA locking_mode = EXCLUSIVE";
+  *other << "BEGIN EXCLUSIVE";
   expectAllFail("database is locked");
 }
 
