@@ -6,16 +6,13 @@ Real servers run as root in a directory of their own, on a loopback port of thei
 import smtplib
 import stat
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
 from pathlib import Path
 
 from host import SHARE, Host
-
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "support"))
-from postfix import Postfix, can_run, free_port  # noqa: E402
+from postfix import Postfix, can_run, free_port
 
 EXAMPLES = SHARE / "examples"
 OWNER, GROUP = "nobody", "nogroup"  # who delivers, and the group that may read the quarantine
