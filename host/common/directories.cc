@@ -31,6 +31,24 @@ void syncDirectory(const std::string& path) {
   if (!directory.isOpen() || ::fsync(directory.get()) != 0) throw failed(__LINE__, path, "cannot be brought to disk");
 }
 
+void giveToOwnerOf(const std::string& directory, const Descriptor& file, const std::string& path) {
+  if (::geteuid() != 0) return;
+  struct stat owner {};
+  if (::stat(directory.c_str(), &owner) != 0) throw failed(__LINE__, directory, "cannot be looked at");
+  if (::fchown(file.get(), owner.st_uid, owner.st_gid) != 0 && errno != EPERM) {
+    throw failed(__LINE__, directory, ("cannot pass its owner on to " + path).c_str());
+  }
+}
+
+void prepareFile(const std::string& path) try {
+  if (::geteuid() != 0) return;
+  // Never one that is there already: it might be somebody else's under a second name.
+  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640));
+  if (file.isOpen()) giveToOwnerOf(path.substr(0, path.rfind('/') + 1), file, path);
+} catch (const Exception&) {
+  // The file is there, and stays root's.
+}
+
 void makeDirectories(std::string_view systemPath) {
   const std::string base = root();
   for (std::size_t slash = 0; slash != std::string_view::npos;) {

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/common/directories.h"
 #include "host/logging/write_fully.h"
 
 namespace Velmar::Host {
@@ -41,6 +42,7 @@ int FileSink::open() {
   close();
   std::error_code ignored;  // the open below says what is wrong
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), ignored);
+  prepareFile(path_);
   // Without O_NONBLOCK a FIFO of this name would hold up every report.
   const int fd = ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
   if (fd < 0) return errno;

@@ -43,17 +43,6 @@ void syncNew(const std::string& base, const std::string& path) {
   }
 }
 
-/// Only root may give files away, and not even root everywhere: then the file stays root's, which is no reason to lose
-/// it.
-void giveToOwnerOf(const std::string& base, const Descriptor& file, const std::string& path) {
-  if (::geteuid() != 0) return;
-  struct stat owner {};
-  if (::stat(base.c_str(), &owner) != 0) throw failed(base, "looked at", errno);
-  if (::fchown(file.get(), owner.st_uid, owner.st_gid) != 0 && errno != EPERM) {
-    throw failed(path, "given to its owner", errno);
-  }
-}
-
 /// A new file in tmp/ under a name of its own, locked; removed unless it has gone to its place.
 class TemporaryFile {
  public:

@@ -94,6 +94,7 @@ void createSecret(const std::string& directory, const std::string& path) {
   const Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
   if (!file.isOpen()) throw systemFault(__LINE__, path, "cannot be made");
   const PassingName passing(name);
+  giveToOwnerOf(directory, file, path);
   writeSecret(file.get(), path);
   if (::link(passing.c_str(), path.c_str()) != 0 && errno != EEXIST) {
     throw systemFault(__LINE__, path, "cannot be put in place");

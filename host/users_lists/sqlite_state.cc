@@ -69,6 +69,7 @@ class SqliteState : public StateDatabase {
 
   std::unique_ptr<soci::session> open(std::chrono::milliseconds wait) const override {
     makeDirectory();
+    prepareFile(name());
     auto session = std::make_unique<soci::session>("sqlite3", connectText());
     // In milliseconds; the connect text takes whole seconds only.
     pragma(*session, "busy_timeout = " + std::to_string(wait.count()));
@@ -103,6 +104,7 @@ class SqliteState : public StateDatabase {
   std::unique_ptr<RunHold> tryHoldRuns() const override {
     makeDirectory();
     const std::string path = name() + ".run-lock";
+    prepareFile(path);
     Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640));
     if (!file.isOpen()) throw lockError(__LINE__, path, "opened");
     if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) return std::make_unique<FileHold>(path, std::move(file));
