@@ -255,6 +255,16 @@ VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::stri
 /// URL without password and parameters. Throws Exception with the reason.
 VLM_EXPORT std::string checkState();
 
+/// What this software makes itself when it first needs it: paths below the root, whether they exist or not.
+struct OwnPlaces {
+  std::string state;  ///< a file; "" when the state store is a server's
+  std::string secret;
+  std::string spool;  ///< a directory
+};
+
+/// Throws Exception when the configuration cannot be read.
+VLM_EXPORT OwnPlaces ownPlaces();
+
 class RunHold;
 
 /// The right to make the scheduled reports: at most one run at a time holds it on all hosts that share the state store.

@@ -26,6 +26,13 @@ bool holdsPassword(const std::string& url) {
 
 }  // namespace
 
+OwnPlaces ownPlaces() {
+  constexpr std::string_view kFile = "sqlite://";
+  const std::string& url = hostConfig().state.url;
+  return {url.starts_with(kFile) ? underRoot(url.substr(kFile.size())) : "", underRoot("/var/lib/velmar/secret"),
+          underRoot("/var/spool/velmar")};
+}
+
 std::vector<ConfiguredFile> configuredFiles() {
   const HostConfig& config = hostConfig();
   Files files;

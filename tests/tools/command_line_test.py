@@ -126,24 +126,30 @@ class HostTest(unittest.TestCase):
         path.write_text(path.read_text().replace(old, new, 1))
 
     def test_check_finds_each_fault_and_says_how_to_mend_it(self):
-        self.assertNotIn("BAD", self.on_host("check"))
-        secret, = (self.root / "var/lib/velmar").glob("*secret*")
+        state = self.root / "var/lib/velmar"
+        shutil.rmtree(state)
+        out = self.on_host("check")
+        self.assertNotIn("BAD", out)
+        self.assertEqual(out.count("will be made"), 3)  # and nothing is made
+        self.assertFalse(state.exists() or (self.root / "var/spool").exists())
+        self.assertIn("sent", self.on_host(*ONE_OF_ORG, "chiyo@example.org"))
         faults = [
             ("template of the system", self.root / "etc/velmar/templates/default/header.tpl", b"From: {{#OPEN}}\n"),
             ("image icon_delete.png", self.root / "migadmin/www/admin/images/icon_delete.png", bytes(1024 * 1024 + 1)),
             ("image icon_release.png", self.root / "migadmin/www/admin/images/icon_release.png", b"GIF89a, not PNG"),
-            ("logo of the site", self.root / "migadmin/www/admin/images/icon_titlelogo", b"<svg></svg>"),
+            ("logo of the site", self.root / "migadmin/www/admin/images/icon_titlelogo", None),
             ("log.file", self.root / "var/log", b"no directory"),
-            ("secret", secret, b"short"),
+            ("secret", state / "secret", b"short"),
             ("spool", self.root / "var/spool", b"no directory"),
-            ("state store", self.root / "var/lib/velmar/state.db", b"no database at all" * 100),
+            ("state store", state / "state.db", b"no database at all" * 100),
         ]
         for number, (subject, path, content) in enumerate(faults, start=1):
             with self.subTest(subject):
                 shutil.rmtree(path, ignore_errors=True)
                 path.parent.mkdir(parents=True, exist_ok=True)
-                path.write_bytes(content)
+                path.write_bytes(content) if content is not None else path.mkdir()
                 out = self.on_host("check", want=1)
+                self.assertNotIn("Success", out)
                 self.assertRegex(out, r"(?m)^BAD   %s  +\S.*\n +to mend it: \S" % re.escape(subject))
                 self.assertEqual(out.count("\nBAD"), number, out)
         self.assertEqual(self.on_host("check", "--templates", want=1).count("\nBAD"), 1)
@@ -177,6 +183,18 @@ class HostTest(unittest.TestCase):
                 self.assertRegex(out, r"(?m)^note  schedule +no hour is scheduled\n +to mend it: ")
                 self.assertRegex(out, r"(?m)^BAD   LDAP profile 7 +.*ldap://127.0.0.1:1")
                 self.assertRegex(out, r"(?m)^BAD   state.url +\S+/host.toml is open to every user")
+
+    def test_what_root_makes_belongs_to_the_user_of_the_directory(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can give files away")
+        for path in ["var/lib/velmar", "var/log/velmar"]:
+            shutil.rmtree(self.root / path, ignore_errors=True)
+            (self.root / path).mkdir(parents=True)
+            os.chown(self.root / path, 65534, 65534)
+        self.on_host("run", "--scheduled")
+        made = {path.name: path.stat().st_uid for path in self.root.glob("var/l*/velmar/*")}
+        self.assertEqual(made, dict.fromkeys(["secret", "spamreport.log", "state.db", "state.db.run-lock"], 65534))
+        self.assertRegex(self.on_host("check"), r"(?m)^note  user +root may .*\n +to mend it: ")
 
     def test_check_finds_what_its_user_cannot_read(self):
         quarantine = self.root / "home/example.org/anna~example.org/quarantine"

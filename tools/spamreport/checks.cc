@@ -57,7 +57,7 @@ std::string counted(std::size_t count, const std::string& one, const std::string
 
 Check configurationCheck() {
   return {"configuration", lookAtConfiguration,
-          "write or correct etc/velmar/host.toml; velmar-host.toml(5) describes it"};
+          "write or correct etc/velmar/host.toml, as velmar-host.toml(5) describes it, and let this user read it"};
 }
 
 void addScheduleCheck(Checks& checks) {

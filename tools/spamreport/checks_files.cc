@@ -1,7 +1,8 @@
-// Checks of what this software keeps on disk and of the files that the configuration names. They make what a report
-// would make as well: the state store, the secret, the directories of the spool. A log file is not made.
+// Checks of what this software keeps on disk and of the files that the configuration names. What a report would make is
+// not made here: whether it could be made is looked at instead.
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,11 +24,59 @@ namespace {
 namespace fs = std::filesystem;
 using Host::ConfiguredFile;
 
-std::vector<Finding> lookAtStateStore() { return good(Host::checkState() + " can be read and written"); }
+[[noreturn]] void refuse(const std::string& path, const char* what) {
+  throw std::system_error(errno, std::generic_category(), path + " cannot be " + what);
+}
+
+/// Whether this user could make the file: the nearest directory above it that is there must take it.
+void checkMakeable(const fs::path& path) {
+  fs::path above = path.parent_path();
+  while (!fs::exists(above) && above != above.parent_path()) above = above.parent_path();
+  if (::faccessat(AT_FDCWD, above.c_str(), W_OK | X_OK, AT_EACCESS) != 0) refuse(above.string(), "written to");
+}
+
+/// Whether it is there. What is not must be such that this user could make it.
+bool isThere(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) == 0) return true;
+  if (errno != ENOENT) refuse(path, "looked at");
+  checkMakeable(path);
+  return false;
+}
+
+std::string nameOf(uid_t user) {
+  const struct passwd* entry = ::getpwuid(user);
+  return entry ? entry->pw_name : "user " + std::to_string(user);
+}
+
+/// What this user may do is what the other checks look at.
+std::vector<Finding> lookAtUser() {
+  const std::string directory = fs::path(Host::ownPlaces().secret).parent_path();
+  struct stat status {};
+  const std::string self = nameOf(::geteuid());
+  if (::stat(directory.c_str(), &status) != 0 || status.st_uid == ::geteuid()) return good(self);
+  return note(self + " may do other things than " + nameOf(status.st_uid) + ", to whom " + directory + " belongs");
+}
+
+std::vector<Finding> lookAtStateStore() {
+  const std::string file = Host::ownPlaces().state;
+  if (!file.empty() && !isThere(file)) return good(file + " will be made");
+  return good(Host::checkState() + " can be read and written");
+}
+
+/// Whether mails can be put into the spool.
+void checkPlaces(const std::string& spool) {
+  for (const char* place : {"/new", "/tmp", "/failed"}) {
+    const std::string path = spool + place;
+    if (isThere(path) && ::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
+      refuse(path, "read and written");
+    }
+  }
+  if (isThere(spool)) Host::checkSpoolRoom();
+}
 
 std::vector<Finding> lookAtSpool() {
-  Host::checkSpool();
-  Host::checkSpoolRoom();
+  checkPlaces(Host::ownPlaces().spool);
   std::size_t waiting = 0;
   std::size_t failed = 0;
   long long oldest = std::time(nullptr);
@@ -44,19 +93,10 @@ std::vector<Finding> lookAtSpool() {
 }
 
 std::vector<Finding> lookAtSecret() {
+  const std::string path = Host::ownPlaces().secret;
+  if (!isThere(path)) return good(path + " will be made");
   Host::checkSecret();
   return good("signs links");
-}
-
-[[noreturn]] void refuse(const std::string& path, const char* what) {
-  throw std::system_error(errno, std::generic_category(), path + " cannot be " + what);
-}
-
-/// Whether this user could make the file: the nearest directory above it that is there must take it.
-void checkMakeable(const fs::path& path) {
-  fs::path above = path.parent_path();
-  while (!fs::exists(above) && above != above.parent_path()) above = above.parent_path();
-  if (::faccessat(AT_FDCWD, above.c_str(), W_OK | X_OK, AT_EACCESS) != 0) refuse(above.string(), "written to");
 }
 
 std::vector<Finding> lookAtLog(const std::string& path) {
@@ -109,6 +149,7 @@ Check fileCheck(const ConfiguredFile& file) {
 }  // namespace
 
 void addFileChecks(Checks& checks) {
+  checks.push_back({"user", lookAtUser, "run this check as the user who sends the reports: runuser -u USER -- ..."});
   checks.push_back(
       {"state store", lookAtStateStore,
        "let this user read and write what [state] of the configuration names, by default state.db in var/lib/velmar"});

@@ -25,8 +25,10 @@ using FirstBytes = std::array<char, 16>;
 
 /// The kind of a site's image; none when there is no such file.
 std::optional<std::string> kindOf(const std::string& path) {
+  errno = 0;
   const int file = File::openReadOnly(path.c_str());
   if (file < 0 && errno == ENOENT) return std::nullopt;
+  if (file < 0 && errno == 0) throw std::runtime_error(path + " is no regular file");
   if (file < 0) throw std::system_error(errno, std::generic_category(), path);
   FirstBytes bytes{};
   const ssize_t count = ::read(file, bytes.data(), bytes.size());

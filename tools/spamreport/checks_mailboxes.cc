@@ -46,6 +46,7 @@ bool readQuarantine(const std::string& mailbox) {
 
 std::vector<Finding> lookAtMailboxes(const std::string& domain) {
   const std::vector<std::string> mailboxes = Host::mailboxesOfDomain(domain);
+  if (!Host::domainDirectoryExists(domain)) return note("there is no home/" + domain + ", so nobody can get a report");
   if (mailboxes.empty()) return note("no mailbox in home/" + domain + ", so nobody can get a report");
   const auto managed = std::count_if(mailboxes.begin(), mailboxes.end(), hasPolicy);
   const std::vector<std::string> sample = sampleOf(mailboxes);
@@ -59,8 +60,9 @@ std::vector<Finding> lookAtMailboxes(const std::string& domain) {
 
 void addMailboxChecks(Checks& checks) {
   for (const std::string& domain : Host::configuredDomains()) {
-    checks.push_back({"mailboxes of " + domain, [domain] { return lookAtMailboxes(domain); },
-                      "let this user read home/" + domain + " and, below it, each mailbox's quarantine"});
+    checks.push_back(
+        {"mailboxes of " + domain, [domain] { return lookAtMailboxes(domain); },
+         "mount home/" + domain + " or make mailboxes there, and let this user read it and their quarantines"});
   }
 }
 
