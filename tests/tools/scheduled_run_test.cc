@@ -213,6 +213,8 @@ TEST_F(ScheduledRun, ADomainThatCannotBeListedStandsWhereItStood) {
   world.addresses.reset();
   EXPECT_EQ(world.run(noon).at(0).outcome.kind, OutcomeKind::kNoDomain);
   EXPECT_THAT(tries(noon, noon + kHour), ElementsAre(15, 30));
+  world.addresses.emplace();
+  EXPECT_TRUE(world.run(noon + 2 * kHour).empty());
   world.addresses = addresses;
   world.fault = "stale handle";
   const std::vector<RunResult> results = world.run(noon + 6 * kHour);

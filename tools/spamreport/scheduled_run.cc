@@ -114,6 +114,8 @@ void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::
     results.push_back(ofWholeDomain(domain, noDirectory()));
     return;
   }
+  // Nor does an empty one move it on, which is what is seen of a directory of its own that is not mounted.
+  if (addresses->empty()) return;
   const std::vector<ReportTask> tasks = dueTasks(domain, *addresses, ledger, occasion);
   const auto done = [&](const ReportTask& task, Outcome& outcome) { noteIfSent(world, task, outcome); };
   const std::vector<Outcome> outcomes = world.report(tasks, done);
