@@ -70,6 +70,7 @@ class CommandLineTest(unittest.TestCase):
             (["preview", "a\x1b[2J\nb"], "a\\x1b[2J\\nb"),
             (["lists", "add", "a@example.org", "primaryaddr", "b@example.org,c@example.org"], "b@example.org,c@example.org"),
             (["demo", "/dev/null"], "/dev/null"),
+            (["demo", ""], "DIR: is empty"),
         ]
         for arguments, culprit in cases:
             with self.subTest(arguments=arguments):

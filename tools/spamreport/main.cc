@@ -45,6 +45,9 @@ struct Request {
 /// A check that does not show in the help.
 CLI::Validator unnamed(CLI::Validator check) { return check.description(""); }
 
+/// For what names a directory that may have to be made.
+std::string refuseEmpty(const std::string& text) { return text.empty() ? "is empty" : ""; }
+
 CLI::App* addCommand(CLI::App& parent, Request& request, const std::string& name, const std::string& description,
                      std::function<int()> action) {
   CLI::App* command = parent.add_subcommand(name, description);
@@ -109,7 +112,8 @@ void addPreview(CLI::App& app, Request& request) {
   preview
       ->add_option("--output", request.preview.directory,
                    "Where report.eml, report.html and report.txt are\nwritten (default: here)")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check(refuseEmpty);
   preview->add_option("--language", request.preview.language, "Language of the dates, instead of the user's")
       ->type_name("CODE");
   preview
@@ -186,7 +190,9 @@ void addQueue(CLI::App& app, Request& request) {
 void addDemo(CLI::App& app, Request& request) {
   CLI::App* demo = addCommand(app, request, "demo", "Lay out an example host in a directory",
                               [&request] { return Tool::demo(request.directory); });
-  demo->add_option("DIR", request.directory, "New or empty directory, or one that demo laid out before")->required();
+  demo->add_option("DIR", request.directory, "New or empty directory, or one that demo laid out before")
+      ->required()
+      ->check(refuseEmpty);
 }
 
 void addEvents(CLI::App& app, Request& request) {
