@@ -60,10 +60,11 @@ class World final : public ScheduledWorld {
   }
   std::vector<Outcome> report(const std::vector<ReportTask>& tasks, const Done& done) override {
     std::vector<Outcome> outcomes;
+    std::string stopped;
     for (const ReportTask& task : tasks) {
-      outcomes.push_back(reportOne(task));
+      outcomes.push_back(stopped.empty() ? reportOne(task) : Outcome{OutcomeKind::kFailed, stopped});
       if (crashBeforeNote && crashAfter == 0) throw Crash();
-      done(task, outcomes.back());
+      if (stopped.empty()) stopped = done(task, outcomes.back());
       if (crashAfter-- == 0) throw Crash();
     }
     return outcomes;
@@ -264,6 +265,10 @@ TEST_F(ScheduledRun, SendsNothingWhenItCannotNote) {
   ASSERT_EQ(results.size(), 3U);
   EXPECT_EQ(results[0].outcome.kind, OutcomeKind::kSent);
   EXPECT_EQ(results[0].outcome.detail, " (not noted: disk full)");
+  EXPECT_EQ(world.tried, 1);
+  EXPECT_EQ(results[1].outcome.detail, "disk full");
+  EXPECT_EQ(world.ledger[kDomain].mailboxes.count("a@d.example"), 0U);
+  EXPECT_EQ(world.ledger[kDomain].mailboxes["c@d.example"], noon - 4 * kHour);
 }
 
 TEST_F(ScheduledRun, TheFirstOneBeginsAtTheHourBeforeEvenIfItEndsLate) {

@@ -80,13 +80,20 @@ Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector
   return others;
 }
 
-/// Once the mail is in the queue the report is sent, whatever becomes of the note.
-void noteIfSent(ScheduledWorld& world, const ReportTask& task, Outcome& outcome) try {
-  if (outcome.kind == OutcomeKind::kSent) world.noteMailbox(task.mailbox, task.until);
-} catch (const Exception& e) {
-  outcome.detail += " (not noted: " + e.text() + ")";
-} catch (const std::exception& e) {
-  outcome.detail += std::string(" (not noted: ") + e.what() + ")";
+/// Once the mail is in the queue the report is sent, whatever becomes of the note. Returns why it could not be noted:
+/// what is sent after that would be sent again at the next try.
+std::string noteIfSent(ScheduledWorld& world, const ReportTask& task, Outcome& outcome) {
+  std::string fault;
+  try {
+    if (outcome.kind == OutcomeKind::kSent) world.noteMailbox(task.mailbox, task.until);
+    return "";
+  } catch (const Exception& e) {
+    fault = e.text();
+  } catch (const std::exception& e) {
+    fault = e.what();
+  }
+  outcome.detail += " (not noted: " + fault + ")";
+  return fault;
 }
 
 /// Notes the try before anything else is done: a report that ends the process does not keep other domains from theirs
@@ -117,7 +124,7 @@ void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::
   // Nor does an empty one move it on, which is what is seen of a directory of its own that is not mounted.
   if (addresses->empty()) return;
   const std::vector<ReportTask> tasks = dueTasks(domain, *addresses, ledger, occasion);
-  const auto done = [&](const ReportTask& task, Outcome& outcome) { noteIfSent(world, task, outcome); };
+  const auto done = [&](const ReportTask& task, Outcome& outcome) { return noteIfSent(world, task, outcome); };
   const std::vector<Outcome> outcomes = world.report(tasks, done);
   for (std::size_t i = 0; i < tasks.size(); ++i) results.push_back({tasks[i], outcomes[i]});
   world.noteDomain(domain, occasion.until, standElsewhere(tasks, outcomes, ledger, occasion, now));
