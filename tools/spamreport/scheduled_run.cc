@@ -24,10 +24,12 @@ Outcome standsInTheFuture(std::int64_t standing) {
                                     "record"};
 }
 
-/// What is noted, without what a clock that was wrong has noted of a time to come.
-Host::ReportedUntil credible(Host::ReportedUntil ledger, std::int64_t now) {
-  std::erase_if(ledger.mailboxes,
-                [now](const auto& note) { return note.second > now + (note.first == kLastTry ? 0 : kClockTolerance); });
+/// What is noted, without what a clock that was wrong has noted of a time to come. A try after the time that the run
+/// acts for counts as none.
+Host::ReportedUntil credible(Host::ReportedUntil ledger, std::int64_t now, std::int64_t clock) {
+  std::erase_if(ledger.mailboxes, [now, clock](const auto& note) {
+    return note.second > (note.first == kLastTry ? now : clock + kClockTolerance);
+  });
   return ledger;
 }
 
@@ -136,8 +138,9 @@ std::vector<RunResult> runScheduledDomain(ScheduledWorld& world, const std::stri
                                           std::int64_t now) {
   std::vector<RunResult> results;
   try {
-    const Host::ReportedUntil ledger = credible(world.reportedUntil(domain), now);
-    if (ledger.domain > now + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
+    const std::int64_t clock = world.clock();
+    const Host::ReportedUntil ledger = credible(world.reportedUntil(domain), now, clock);
+    if (ledger.domain > clock + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
     if (!isDue(ledger, occasion, now)) return {};
     reportDomain(world, domain, ledger, occasion, now, results);
   } catch (const Exception& e) {

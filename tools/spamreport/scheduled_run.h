@@ -20,6 +20,9 @@ class ScheduledWorld {
  public:
   virtual ~ScheduledWorld() = default;
 
+  /// What the clock shows, whatever time the run acts for.
+  virtual std::int64_t clock() = 0;
+
   virtual Host::ReportedUntil reportedUntil(const std::string& domain) = 0;
   virtual void noteMailbox(const Mailbox& mailbox, std::int64_t until) = 0;
   virtual void noteDomain(const std::string& domain, std::int64_t until,
