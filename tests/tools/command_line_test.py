@@ -70,6 +70,7 @@ class CommandLineTest(unittest.TestCase):
             (["preview", "a\x1b[2J\nb"], "a\\x1b[2J\\nb"),
             (["lists", "add", "a@example.org", "primaryaddr", "b@example.org,c@example.org"], "b@example.org,c@example.org"),
             (["demo", "/dev/null"], "/dev/null"),
+            (["demo", ""], "DIR: is empty"),
         ]
         for arguments, culprit in cases:
             with self.subTest(arguments=arguments):
@@ -264,6 +265,13 @@ class HostTest(unittest.TestCase):
         self.configure("stderr = true", "stderr = false")
         self.assertEqual(command(*arguments).stderr, "")
         self.assertIn("report-disabled", command(*arguments, "--verbose").stderr)
+
+    def test_no_file_takes_the_place_of_a_closed_stream(self):
+        self.on_host(*ONE_OF_ORG, "chiyo@example.org")
+        self.configure("[log]", '[queue]\nkind = "smtp"\nurl = "smtp://127.0.0.1:1"\n[log]')
+        flush = [COMMAND, "queue", "flush", "--verbose", "--root", self.root]
+        subprocess.run(["sh", "-c", '"$@" 2>&-', "sh", *flush], stdout=subprocess.DEVNULL, timeout=60)
+        self.assertEqual((self.root / "var/log/velmar/spamreport.log").read_text().count("mail-delayed"), 1)
 
     def test_preview_shows_the_images_and_changes_nothing(self):
         kim = "kim+lists@example.net"

@@ -96,6 +96,12 @@ HandOver handOver() try {
   return {std::nullopt, true};
 }
 
+/// The events that say why mails wait do not show beside a progress bar.
+std::string handOverText(const Host::FlushResult& result) {
+  const bool allWell = result.problems.empty() && result.held == 0;
+  return "queue: " + flushSummary(result) + (allWell ? "" : " (spamreport queue list says why)");
+}
+
 std::int64_t scheduledNow(const RunOptions& options) {
   const std::int64_t clock = std::time(nullptr);
   const std::int64_t given = parseTime("--now", options.now);
@@ -114,7 +120,7 @@ int run(const RunOptions& options) {
   const bool quiet = options.json || (options.scheduled && results.empty());
   if (!quiet) std::cout << resultTable(results, options.scheduled) << std::flush;
   const HandOver handedOver = anySent(results) ? handOver() : HandOver{};
-  if (!quiet && handedOver.done) std::cout << "queue: " << flushSummary(*handedOver.done) << "\n";
+  if (!quiet && handedOver.done) std::cout << handOverText(*handedOver.done) << "\n";
   if (options.json) std::cout << resultJson(results, handedOver.done);
   return anyFailure(results) || handedOver.failed ? kFailed : kGood;
 }
