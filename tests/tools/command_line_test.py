@@ -248,6 +248,8 @@ class HostTest(unittest.TestCase):
         out = self.on_host("run", *PERIOD, "--recipients", "lone@example.net,chiyo@EXAMPLE.org,typo@example.org", want=1)
         self.assertRegex(out, r"\Asent  +lone@example.net .*\nsent  +chiyo@example.org .*\nNO MAILBOX  typo@example.org ")
         self.assertIn("who@nowhere.example", self.on_host("run", "--recipients", "who@nowhere.example", want=2))
+        (self.root / "home").rename(self.root / "unmounted")
+        self.assertIn("3 without a domain directory", self.on_host("run", "--all", want=1))
 
     def test_progress_takes_the_place_of_events_on_a_terminal(self):
         for options, bar, events in [([], True, False), (["--verbose"], False, True), (["--json"], False, True)]:
