@@ -246,6 +246,13 @@ TEST_F(QueueTest, WhatRootDoesByHandBelongsToTheOwnerOfTheSpool) {
     ASSERT_EQ(::lstat(entry.path().c_str(), &status), 0);
     EXPECT_TRUE(status.st_uid == kService && status.st_gid == kService) << entry.path();
   }
+  // But nothing that the service has put in the place of a directory.
+  root.write("secret", "");
+  fs::remove_all(root / "var/spool/velmar/failed");
+  fs::create_hard_link(root / "secret", root / "var/spool/velmar/failed");
+  EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("failed cannot be opened: Not a directory"));
+  struct stat status {};
+  EXPECT_TRUE(::stat((root / "secret").c_str(), &status) == 0 && status.st_uid == 0);
 }
 
 TEST_F(QueueTest, AFullDiskRefusesNewMails) {
