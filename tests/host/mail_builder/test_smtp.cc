@@ -272,7 +272,8 @@ TEST(Smtp, WhatTheServerDoesNotOfferIsNotAskedOfIt) {
 }
 
 void expectLossAtStep(const Script& whole, std::size_t step, const std::string& end) {
-  static const std::string want[] = {"TT!", "TT!", "TT!", "TT", "PT", "PT", "PT"};
+  static const std::string want[] = {"TT", "TT", "TT", "TT", "PT", "PT", "PT"};
+  const bool unusable = step < 3 || end != kClose;  // whoever is silent for one mail is so for all
   SCOPED_TRACE(std::to_string(step) + " " + end + " " + whole[1]);
   Script script(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(step));
   script.push_back(end);
@@ -281,7 +282,7 @@ void expectLossAtStep(const Script& whole, std::size_t step, const std::string& 
   const auto handOver =
       Host::makeSmtpTransport(configOf(server.url), "gw.test")->send(mailTo({"a@x.test", "b@x.test"}));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
-  EXPECT_EQ(verdicts(handOver), want[step]) << texts(handOver);
+  EXPECT_EQ(verdicts(handOver), want[step] + (unusable ? "!" : "")) << texts(handOver);
   EXPECT_EQ(texts(handOver).find("may arrive twice") != std::string::npos, step + 1 == whole.size());
 }
 
