@@ -152,7 +152,7 @@ TEST_F(QueueTest, WhatIsDueIsTriedAndWhatIsTooOldIsGivenUp) {
   root.write("var/spool/velmar/new/version-one",
              "Velmar-Spool: 1\nId: version-one\nSender: \nRecipient: t@x\nNotify: never\nQueued: 7\n\nm\r\n");
   EXPECT_EQ(flush(), "1 2 2 0 1 0");
-  EXPECT_EQ(server.tried, "version-one old old-but-taken clock-ran-ahead due ");
+  EXPECT_EQ(server.tried, "version-one old old-but-taken due clock-ran-ahead ");
   EXPECT_THAT(log, HasSubstr("mail-refused(old p@x 550 no)mail-given-up(old t@x 450 later)"));
   EXPECT_EQ(spool(),
             "failed t 1 450 later;failed tp 100 t@x: 450 later; p@x: 550 no;failed a 99 old;waiting t 2 450 later;"
@@ -166,11 +166,11 @@ TEST_F(QueueTest, AnUnusableServerHoldsAllMailsUntilItsTimeOrAnAdministratorCome
   EXPECT_EQ(flush(), "0 1 0 0 0 2");
   EXPECT_EQ(flush(), "0 0 0 0 0 3");
   EXPECT_EQ(flush(true), "0 1 0 0 0 2");
-  EXPECT_EQ(server.tried, "1 1 ");
+  EXPECT_EQ(server.tried, "1 2 ");
   EXPECT_EQ(Host::queueHold().failures, 2);
   EXPECT_NEAR(static_cast<double>(Host::queueHold().until), static_cast<double>(now + 600), 20);
   Host::retryQueued("3");
-  EXPECT_EQ(flush(), "0 1 0 0 1 1");  // 1 is not due, 2 finds the server as it was, 3 waits for it
+  EXPECT_EQ(flush(), "0 1 0 0 0 2");  // 3 finds the server as it was, the others wait for it
   root.write("var/spool/velmar/hold", "1 " + std::to_string(now - 1) + " was down\n");
   for (const char* id : {"1", "2", "3"}) Host::dropQueued(id);
   queue("4", "a");
@@ -180,6 +180,36 @@ TEST_F(QueueTest, AnUnusableServerHoldsAllMailsUntilItsTimeOrAnAdministratorCome
     root.write("var/spool/velmar/hold", damaged);
     EXPECT_EQ(Host::queueHold().failures, 0) << damaged;
   }
+}
+
+TEST_F(QueueTest, AMailThatMakesTheServerUnusableComesAfterTheOthers) {
+  place("new/poison", "u@x", 20, 3, -1);
+  place("new/other", "t@x", 10, 3, -1);
+  root.write("var/spool/velmar/hold", "3 1 unusable\n");
+  for (const char* id : {"1", "2"}) queue(id, "a");
+  EXPECT_EQ(flush(), "2 1 0 0 0 1");
+  EXPECT_EQ(server.tried, "1 2 poison ");
+  EXPECT_EQ(Host::queueHold().failures, 1);  // it worked in between
+}
+
+TEST_F(QueueTest, WhatComesInDuringARoundGoesWithIt) {
+  server.onMail = [](const Host::QueuedMail& mail) {
+    if (mail.id < "3") queue(std::to_string(std::stoi(mail.id) + 1), "a");
+  };
+  queue("1", "a");
+  place("new/t", "t@x", 10, 1, -1);
+  EXPECT_EQ(flush(), "3 1 0 0 0 0");
+}
+
+TEST_F(QueueTest, WhatCannotBeNotedKeepsNoOtherMailWaiting) {
+  server.onMail = [&](const Host::QueuedMail& /*mail*/) { fs::remove_all(root / "var/spool/velmar/tmp"); };
+  queue("1", "t");
+  queue("2", "a");
+  EXPECT_EQ(flush(), "1 1 0 0 0 0");
+  EXPECT_THAT(problems, HasSubstr("1 450 later; not noted: "));
+  queue("3", "ta");  // has been taken for one: going on would deliver more of them twice
+  EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("tmp/3."));
+  EXPECT_EQ(spool(), "waiting t 0 ;waiting ta 0 ;");
 }
 
 TEST_F(QueueTest, UnreadableFilesAreNamedAndStopNothing) {
