@@ -92,7 +92,8 @@ std::string wireContent(std::string_view content) {
     wire.append(line).append("\r\n");
     start += line.size() + 2;
   }
-  return wire.append(".\r\n");
+  wire += ".\r\n";
+  return wire;
 }
 
 OutgoingMail::OutgoingMail(const QueuedMail& mail) : mail_(mail), wire_(wireContent(mail.content)) {
