@@ -281,8 +281,8 @@ TEST_F(QueueTest, WhatRootDoesByHandBelongsToTheOwnerOfTheSpool) {
   fs::remove_all(root / "var/spool/velmar/failed");
   fs::create_hard_link(root / "secret", root / "var/spool/velmar/failed");
   EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("failed cannot be opened: Not a directory"));
-  struct stat status {};
-  EXPECT_TRUE(::stat((root / "secret").c_str(), &status) == 0 && status.st_uid == 0);
+  struct stat secret {};
+  EXPECT_TRUE(::stat((root / "secret").c_str(), &secret) == 0 && secret.st_uid == 0);
 }
 
 TEST_F(QueueTest, AFullDiskRefusesNewMails) {

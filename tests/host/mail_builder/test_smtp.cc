@@ -250,12 +250,7 @@ TEST(Smtp, WhatTheServerDoesNotOfferIsNotAskedOfIt) {
       {{a}, large, kFull, "P", "93 bytes, the server takes at most 90", "QUIT"},
       {{a}, large, "250-mx\r\n250 SIZE", "A", "ok", "MAIL FROM:<s@x.test> SIZE=93\r\n"},
       {{utf8, a}, "a", kPlain, "PA", "needs SMTPUTF8", "MAIL FROM:<s@x.test>\r\nRCPT TO:<a@"},
-      {{"a>\r\nRCPT TO:<b", a},
-       "a",
-       kPlain,
-       "PA",
-       "the address \"a>\\x0d\\nRCPT",
-       "MAIL FROM:<s@x.test>\r\nRCPT TO:<a@"},
+      {{"\">\"@x", a}, "a", kPlain, "PA", "holds \"<\" or", "MAIL FROM:<s@x.test>\r\nRCPT TO:<a@"},
       {{utf8},
        "a\r\n\r\n" + ue,
        kFull,
@@ -364,13 +359,10 @@ TEST(SmtpEnvelope, WhatMustNotBeSent) {
   }
   for (const char* bad : {"a@x\r\nRCPT TO:<b@x>", "a@x> NOTIFY=NEVER", "a b@x", "<a@x>", "a@x y", "a", "@x", "a@",
                           "\"a\"b@x", "\"a\\\"@x", "\"a\nb\"@x", "\"a>b\"@x", "a@[::1", "\xff@x", "a,b@x", "a@x\x7f"}) {
-    const QueuedMail asRecipient = mailTo({"ok@x", bad});
-    EXPECT_EQ(Host::OutgoingMail(asRecipient).recipientRefusal(0, {}), "");
-    EXPECT_THAT(Host::OutgoingMail(asRecipient).recipientRefusal(1, {}), HasSubstr("the address \"")) << bad;
-    QueuedMail asSender = mailTo({"ok@x"});
-    asSender.sender = bad;
-    EXPECT_THAT(thrownBy([&] { Host::OutgoingMail(asSender).wire(); }), HasSubstr("the sender")) << bad;
-    EXPECT_NE(Host::envelopeAddressFault(bad), "") << bad;
+    QueuedMail mail = mailTo({"ok@x", bad});
+    EXPECT_THAT(Host::OutgoingMail(mail).recipientRefusal(1, {}), HasSubstr("the address \"")) << bad;
+    mail.sender = bad;
+    EXPECT_THAT(thrownBy([&] { Host::OutgoingMail(mail).wire(); }), HasSubstr("the sender")) << bad;
   }
   EXPECT_NE(Host::envelopeAddressFault("a\0@x"s), "");
   EXPECT_NE(Host::envelopeAddressFault(std::string(319, 'a') + "@x"), "");
