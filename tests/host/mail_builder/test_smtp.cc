@@ -218,7 +218,8 @@ TEST_P(SmtpDialogue, VerdictsAndBytes) {
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.script);
-    Server server(scriptsOf(one.script), GetParam());
+    // What must be there before its time comes at once: byte by byte it could be late.
+    Server server(scriptsOf(one.script), GetParam() && std::string_view(one.wantText) != "out of turn");
     std::string got, text;
     {
       const auto transport = Host::makeSmtpTransport(configOf(server.url), "gw.test");
