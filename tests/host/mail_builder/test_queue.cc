@@ -183,8 +183,7 @@ TEST_F(QueueTest, AnUnusableServerHoldsAllMailsUntilItsTimeOrAnAdministratorCome
 }
 
 TEST_F(QueueTest, AMailThatMakesTheServerUnusableComesAfterTheOthers) {
-  place("new/poison", "u@x", 20, 3, -1);
-  place("new/other", "t@x", 10, 3, -1);
+  for (const char* id : {"poison", "z-other"}) place(std::string("new/") + id, "u@x", 20, 3, -1);
   root.write("var/spool/velmar/hold", "3 1 unusable\n");
   for (const char* id : {"1", "2"}) queue(id, "a");
   EXPECT_EQ(flush(), "2 1 0 0 0 1");
@@ -203,12 +202,11 @@ TEST_F(QueueTest, WhatComesInDuringARoundGoesWithIt) {
 
 TEST_F(QueueTest, WhatCannotBeNotedKeepsNoOtherMailWaiting) {
   server.onMail = [&](const Host::QueuedMail& /*mail*/) { fs::remove_all(root / "var/spool/velmar/tmp"); };
-  queue("1", "t");
-  queue("2", "a");
+  for (const char* letters : {"t", "a"}) queue(letters, letters);
   EXPECT_EQ(flush(), "1 1 0 0 0 0");
-  EXPECT_THAT(problems, HasSubstr("1 450 later; not noted: "));
-  queue("3", "ta");  // has been taken for one: going on would deliver more of them twice
-  EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("tmp/3."));
+  EXPECT_THAT(problems, HasSubstr("t 450 later; not noted: "));
+  queue("z", "ta");  // has been taken for one: going on would deliver more of them twice
+  EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("tmp/z."));
   EXPECT_EQ(spool(), "waiting t 0 ;waiting ta 0 ;");
 }
 
@@ -277,12 +275,11 @@ TEST_F(QueueTest, WhatRootDoesByHandBelongsToTheOwnerOfTheSpool) {
     EXPECT_TRUE(status.st_uid == kService && status.st_gid == kService) << entry.path();
   }
   // But nothing that the service has put in the place of a directory.
-  root.write("secret", "");
   fs::remove_all(root / "var/spool/velmar/failed");
+  root.write("secret", "");
   fs::create_hard_link(root / "secret", root / "var/spool/velmar/failed");
   EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("failed cannot be opened: Not a directory"));
-  struct stat secret {};
-  EXPECT_TRUE(::stat((root / "secret").c_str(), &secret) == 0 && secret.st_uid == 0);
+  EXPECT_EQ(Host::statusOf(Host::openSpoolFile(root / "secret", O_RDONLY), "secret").st_uid, 0U);
 }
 
 TEST_F(QueueTest, AFullDiskRefusesNewMails) {
