@@ -92,7 +92,7 @@ std::string passwordOf(const LdapProfileConfig& profile) try {
 /// Whether a search's result means that this server does not serve now, rather than that it refuses the search.
 bool isServersFault(int code) {
   return code == LDAP_SERVER_DOWN || code == LDAP_CONNECT_ERROR || code == LDAP_TIMEOUT || code == LDAP_BUSY ||
-         code == LDAP_UNAVAILABLE || code == LDAP_TIMELIMIT_EXCEEDED;
+         code == LDAP_UNAVAILABLE || code == LDAP_TIMELIMIT_EXCEEDED || code == LDAP_DECODING_ERROR;
 }
 
 std::string quoted(const std::string& text) { return '"' + printable(text) + '"'; }
@@ -277,7 +277,13 @@ std::vector<LdapEntry> LdapConnection::entriesOf(LDAPMessage* message) {
 LdapEntry LdapConnection::entryOf(LDAPMessage* message) {
   const Text dn(ldap_get_dn(handle_.get(), message));
   if (!dn) serverFailed("reading an answer", LDAP_DECODING_ERROR);
-  return {dn.get(), valuesOf(message)};
+  // The library's loop over attributes ends alike behind the last one and at one that it cannot read.
+  int code = LDAP_SUCCESS;
+  set(LDAP_OPT_RESULT_CODE, &code, "reading an answer");
+  LdapEntry entry{dn.get(), valuesOf(message)};
+  ldap_get_option(handle_.get(), LDAP_OPT_RESULT_CODE, &code);
+  if (code != LDAP_SUCCESS) serverFailed("reading an answer", code);
+  return entry;
 }
 
 // Only one attribute was asked for, and the server may know it by another name: all values are its.
