@@ -67,6 +67,13 @@ class SqliteState : public StateDatabase {
     if (::stat(name().c_str(), &status) != 0 && errno == ENOENT) throw error(__LINE__, "it has vanished");
   }
 
+  // SQLite keeps one account of its file locks for the whole process. A child inherits the parent's account, but none
+  // of its locks: a session of its own would have none either, and another process could take the log away under it,
+  // with what was committed there.
+  void refuseInherited() const override {
+    throw error(__LINE__, "other threads had it open before this process was forked: fork before they use it");
+  }
+
   std::unique_ptr<soci::session> open(std::chrono::milliseconds wait) const override {
     makeDirectory();
     auto session = std::make_unique<soci::session>("sqlite3", connectText());

@@ -41,6 +41,9 @@ class StateDatabase {
   /// not.
   virtual void refuseVanished() const {}
 
+  /// Looks before a session is opened in a process that has inherited sessions by a fork. Throws when they would harm.
+  virtual void refuseInherited() const {}
+
   /// Opens a session. A missing store may be made by it, without a schema.
   /// wait  how long each operation waits for others that hold a lock
   virtual std::unique_ptr<soci::session> open(std::chrono::milliseconds wait) const = 0;

@@ -4,11 +4,12 @@
 
 #include "host/users_lists/state_store.h"
 
-#include <unistd.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <mutex>
 #include <set>
+#include <system_error>
 
 #include "host/common/host_config.h"
 #include "host/common/root.h"
@@ -113,35 +114,51 @@ void bringSchemaUpToDate(const StateSession& state, bool known) {
   change.commit();
 }
 
+// Sessions of all threads; and whether this process began, by a fork, while other threads than the forking one had
+// some.
+std::atomic<int> openSessions{0};
+std::atomic<bool> inheritsSessions{false};
+
 // What a thread has of the store.
 struct ThreadStore {
   std::string place;  // URL and root that the database was made for
   std::unique_ptr<StateDatabase> database;
   std::unique_ptr<soci::session> session;
   std::string identity;  // of what the session has open
-  pid_t process = 0;     // that opened the session
 
-  ~ThreadStore() { abandonInherited(); }
+  ~ThreadStore() { close(); }
 
-  // A connection must not be used, nor even closed, by a child of the process that opened it: the child leaves it
-  // alone.
-  void abandonInherited() {
-    if (session && process != ::getpid()) static_cast<void>(session.release());
-  }
+  void open();
 
-  void open() {
-    const bool known = knownStores.hold(database->place());
-    if (known) database->refuseVanished();
-    auto opened = database->open(lockTimeout.load());
-    bringSchemaUpToDate({*opened, *database}, known);
-    session = std::move(opened);
-    identity = database->identity();
-    process = ::getpid();
-    knownStores.add(database->place());
+  void close() noexcept {
+    if (!session) return;
+    session.reset();
+    --openSessions;
   }
 };
 
 thread_local ThreadStore current;
+
+// A child can neither use nor close a session of its parent. So the thread that forks closes its own before; those of
+// other threads stay open in the child for ever, as nobody there can reach them.
+void lookAfterForks() {
+  static const int failure = ::pthread_atfork([] { current.close(); }, nullptr,
+                                              [] { inheritsSessions = inheritsSessions || openSessions != 0; });
+  if (failure != 0) throw stateError(__LINE__, "cannot look after forks: " + std::generic_category().message(failure));
+}
+
+void ThreadStore::open() {
+  lookAfterForks();
+  if (inheritsSessions) database->refuseInherited();
+  const bool known = knownStores.hold(database->place());
+  if (known) database->refuseVanished();
+  auto opened = database->open(lockTimeout.load());
+  bringSchemaUpToDate({*opened, *database}, known);
+  session = std::move(opened);
+  ++openSessions;
+  identity = database->identity();
+  knownStores.add(database->place());
+}
 
 }  // namespace
 
@@ -172,11 +189,10 @@ void StateSession::prepare(soci::statement& prepared, const std::string& text, s
 }
 
 StateDatabase& threadDatabase() {
-  current.abandonInherited();
   const std::string url = stateUrl();
   const std::string place = root() + "\n" + url;
   if (!current.database || current.place != place) {
-    current.session.reset();
+    current.close();
     current.database = databaseAt(url);
     current.place = place;
   }
@@ -188,16 +204,13 @@ Exception stateError(int line, const std::string& reason) { return threadDatabas
 StateSession threadState() {
   const StateDatabase& database = threadDatabase();
   if (!current.session || current.identity != database.identity()) {
-    current.session.reset();
+    current.close();
     current.open();
   }
   return {*current.session, database};
 }
 
-void dropThreadState() noexcept {
-  current.abandonInherited();
-  current.session.reset();
-}
+void dropThreadState() noexcept { current.close(); }
 
 void endFailedState(bool mayRepeat) {
   try {
