@@ -61,8 +61,9 @@ class PostgresqlState : public StateDatabase {
 
   // Changes wait for each other instead of failing and being tried again; readers wait for nobody. Each statement sees
   // all that was committed before it, also under a server whose default is another level.
-  void beginChange(soci::session& session) const override {
-    session << std::string("BEGIN ISOLATION LEVEL READ COMMITTED; SELECT pg_advisory_xact_lock") + kChangeLock;
+  void beginChange(soci::session& session, std::chrono::milliseconds wait) const override {
+    session << "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL lock_timeout = " + milliseconds(wait) +
+                   "; SELECT pg_advisory_xact_lock" + kChangeLock;
   }
 
   int schemaVersion(soci::session& session) const override {

@@ -24,6 +24,11 @@ std::string pragma(soci::session& session, const std::string& text) {
   return value;
 }
 
+// The connect text takes whole seconds only.
+void waitForLocks(soci::session& session, std::chrono::milliseconds longest) {
+  pragma(session, "busy_timeout = " + std::to_string(longest.count()));
+}
+
 int number(soci::session& session, const std::string& query) {
   int value = 0;
   session << query, soci::into(value);
@@ -77,8 +82,7 @@ class SqliteState : public StateDatabase {
   std::unique_ptr<soci::session> open(std::chrono::milliseconds wait) const override {
     makeDirectory();
     auto session = std::make_unique<soci::session>("sqlite3", connectText());
-    // In milliseconds; the connect text takes whole seconds only.
-    pragma(*session, "busy_timeout = " + std::to_string(wait.count()));
+    waitForLocks(*session, wait);
     *session << "PRAGMA synchronous = FULL";
     useWriteAheadLog(*session, wait);
     return session;
@@ -86,7 +90,10 @@ class SqliteState : public StateDatabase {
 
   std::string identity() const override { return fileAt(name()); }
 
-  void beginChange(soci::session& session) const override { session << "BEGIN IMMEDIATE"; }
+  void beginChange(soci::session& session, std::chrono::milliseconds wait) const override {
+    waitForLocks(session, wait);
+    session << "BEGIN IMMEDIATE";
+  }
 
   int schemaVersion(soci::session& session) const override { return number(session, "PRAGMA user_version"); }
 

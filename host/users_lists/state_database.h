@@ -53,7 +53,8 @@ class StateDatabase {
 
   /// Begins a transaction and takes the one write lock at once, so that changes happen one after the other: a change
   /// that begins by reading would else fail at its first write, or overwrite, when another one wrote meanwhile.
-  virtual void beginChange(soci::session& session) const = 0;
+  /// wait  how long it waits for the lock; at least 1 ms
+  virtual void beginChange(soci::session& session, std::chrono::milliseconds wait) const = 0;
 
   /// The version that the schema has; 0 = there is none.
   virtual int schemaVersion(soci::session& session) const = 0;

@@ -6,14 +6,16 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
+#include <map>
 #include <mutex>
-#include <set>
 #include <system_error>
 
 #include "host/common/host_config.h"
 #include "host/common/root.h"
 #include "host/host.h"
+#include "host/users_lists/circuit_breaker.h"
 
 namespace Velmar::Host {
 namespace {
@@ -39,6 +41,9 @@ constexpr struct {
 };
 
 std::atomic<std::chrono::milliseconds> lockTimeout{5s};
+constexpr auto kLongWait = 1s;
+constexpr auto kPauseOfOpening = 10s;
+constexpr std::chrono::milliseconds kShortestWait = 100ms;
 
 // The URL that stands in for the configured one.
 std::mutex urlMutex;
@@ -57,26 +62,44 @@ std::unique_ptr<StateDatabase> databaseAt(const std::string& url) {
   return url.starts_with(kFile) ? sqliteState(url.substr(kFile.size())) : postgresqlState(url);
 }
 
-// A store that this process has used cannot be new: whoever reads an empty one in its place would take every list for
-// empty. It is left to the administrator, and nothing is put in its way.
-class KnownStores {
- public:
-  void add(const std::string& place) {
-    const std::lock_guard lock(mutex_);
-    places_.insert(place);
-  }
+// What all threads of this process know of a store.
+struct StoreRecord {
+  explicit StoreRecord(std::chrono::milliseconds wait) : changeWait(wait) {}
 
-  bool hold(const std::string& place) {
-    const std::lock_guard lock(mutex_);
-    return places_.count(place) != 0;
-  }
-
- private:
-  std::mutex mutex_;
-  std::set<std::string> places_;
+  // A store that was used cannot be new: whoever reads an empty one in its place would take every list for empty. It is
+  // left to the administrator, and nothing is put in its way.
+  std::atomic<bool> used{false};
+  // A store that was waited for in vain is not tried again for a while: a run would wait for it once a mailbox.
+  CircuitBreaker opening{kPauseOfOpening};
+  // How long a change waits for others. It is always tried, since what it notes may be done already, but each time in
+  // vain halves it until one succeeds.
+  std::atomic<std::chrono::milliseconds> changeWait;
 };
 
-KnownStores knownStores;
+StoreRecord& recordOf(const StateDatabase& database) {
+  static std::mutex mutex;
+  static std::map<std::string, StoreRecord> records;
+  const std::lock_guard lock(mutex);
+  return records.try_emplace(database.place(), lockTimeout.load()).first->second;
+}
+
+template <class Open>
+void openUnlessInVain(CircuitBreaker& breaker, const StateDatabase& database, const Open& open) {
+  const auto begin = CircuitBreaker::Clock::now();
+  if (const auto refusal = breaker.refusal(begin)) throw database.error(__LINE__, *refusal);
+  try {
+    open();
+    breaker.succeeded();
+  } catch (const soci::soci_error& error) {
+    const auto end = CircuitBreaker::Clock::now();
+    if (end - begin >= kLongWait) {
+      breaker.failed(end, error.get_error_message());
+    } else {
+      breaker.succeeded();
+    }
+    throw;
+  }
+}
 
 std::string inWordsOf(const StateDatabase& database, std::string statement) {
   const std::pair<std::string, const char*> words[] = {{"{KEY}", database.growingKeyType()},
@@ -150,14 +173,18 @@ void lookAfterForks() {
 void ThreadStore::open() {
   lookAfterForks();
   if (inheritsSessions) database->refuseInherited();
-  const bool known = knownStores.hold(database->place());
+  StoreRecord& record = recordOf(*database);
+  const bool known = record.used;
   if (known) database->refuseVanished();
-  auto opened = database->open(lockTimeout.load());
-  bringSchemaUpToDate({*opened, *database}, known);
+  std::unique_ptr<soci::session> opened;
+  openUnlessInVain(record.opening, *database, [&] {
+    opened = database->open(lockTimeout.load());
+    bringSchemaUpToDate({*opened, *database}, known);
+  });
   session = std::move(opened);
   ++openSessions;
   identity = database->identity();
-  knownStores.add(database->place());
+  record.used = true;
 }
 
 }  // namespace
@@ -225,7 +252,17 @@ void endFailedState(bool mayRepeat) {
   }
 }
 
-StateChange::StateChange(const StateSession& state) : session_(state.sql) { state.database.beginChange(session_); }
+StateChange::StateChange(const StateSession& state) : session_(state.sql) {
+  std::atomic<std::chrono::milliseconds>& changeWait = recordOf(state.database).changeWait;
+  const std::chrono::milliseconds wait = changeWait;
+  try {
+    state.database.beginChange(session_, wait);
+    changeWait = lockTimeout.load();
+  } catch (const soci::soci_error&) {
+    changeWait = std::max(wait / 2, std::min(kShortestWait, wait));
+    throw;
+  }
+}
 
 StateChange::~StateChange() {
   if (!open_) return;

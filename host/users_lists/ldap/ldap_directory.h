@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "host/common/host_config.h"
-#include "host/users_lists/ldap/circuit_breaker.h"
+#include "host/users_lists/circuit_breaker.h"
 #include "host/users_lists/ldap/group_owners.h"
 #include "host/users_lists/ldap/ldap_connection.h"
 

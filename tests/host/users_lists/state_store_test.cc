@@ -38,7 +38,7 @@ FOR_EACH_STORE(StateStore);
 
 TEST_P(StateStore, ChangeWaitsForAnotherAndThenThrows) {
   const auto other = otherProgram();
-  Host::threadDatabase().beginChange(*other);
+  Host::threadDatabase().beginChange(*other, 50ms);
   const std::string want = onServer ? "canceling statement due to lock timeout" : "database is locked";
   EXPECT_THAT(thrownBy([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr(want));
   EXPECT_TRUE(listHolds("u@d", "l", "a@x")) << "readers do not wait for the writer";
@@ -171,11 +171,13 @@ class FileStore : public ::testing::Test {
   TempRoot root{"velmar test = "};
 };
 
-TEST_F(FileStore, ReaderWaitsForAnExclusiveLockAndThenThrows) {
+TEST_F(FileStore, ReadersWaitOnceForAnExclusiveLockAndThenThrow) {
+  Host::setStateLockTimeout(1s);
   const auto other = otherProgram();
   *other << "PRAGMA locking_mode = EXCLUSIVE";
   *other << "BEGIN EXCLUSIVE";
   expectAllFail("database is locked");
+  EXPECT_THAT(thrownBy([] { listHolds("u@d", "l", "a@x"); }), HasSubstr("not tried for another 10 s after "));
 }
 
 TEST_F(FileStore, DatabaseOfAnotherProgramIsLeftAlone) {
