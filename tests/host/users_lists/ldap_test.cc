@@ -37,7 +37,7 @@ const Entry kEntries[] = {
     {"ou=people", "organizationalUnit", ""},
     {"ou=groups", "organizationalUnit", ""},
     {"cn=ada,ou=people", "inetOrgPerson", "sn: x\nmail: ada@d\n"},
-    {"cn=boss,ou=people", "inetOrgPerson", "sn: x\nmail: z-boss@d\nmail: a-boss@d\n"},
+    {"cn=boss,ou=people", "inetOrgPerson", "sn: x\nmail: x@d, y@d\nmail: z-boss@d\nmail: a-boss@d\n"},
     {"cn=ceo,ou=people", "inetOrgPerson", "sn: x\nmail: ceo@d\n"},
     {"cn=chair,ou=people", "inetOrgPerson", "sn: x\nmail: chair@d\n"},
     {"cn=mute,ou=people", "inetOrgPerson", "sn: x\n"},
@@ -46,7 +46,7 @@ const Entry kEntries[] = {
     {"cn=other,ou=people", "inetOrgPerson", "sn: x\nmail: two@d\n"},
     {"cn=Ä\\, (*\\5c,ou=people", "inetOrgPerson", "sn: x\nmail: a*(b)\\c@d\n"},
     {"cn=staff,ou=groups", "groupOfNames",
-     "member: cn=ada,ou=people,B\nowner: cn=boss,ou=people,B\nowner: cn=gone,ou=people,B\nowner: "
+     "owner: cn=gone,ou=people,B\nmember: cn=ada,ou=people,B\nowner: cn=boss,ou=people,B\nowner: "
      "cn=mute,ou=people,B\n"},
     {"cn=division,ou=groups", "groupOfNames",
      "member: cn=staff,ou=groups,B\nmember: cn=company,ou=groups,B\nowner: cn=ceo,ou=people,B\n"},
