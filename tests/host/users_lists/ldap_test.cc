@@ -265,8 +265,11 @@ class SilentServer {
 };
 
 const std::string kBound("\x30\x0c\x02\x01\x01\x61\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
+const std::string kFound("\x30\x0c\x02\x01\x02\x65\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
 
-TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
+TEST_F(Ldap, TriesAServerOnceThatFallsSilentOrGarbles) {
+  const std::string garbledEntry("\x30\x0e\x02\x01\x02\x64\x09\x04\x01x\x30\x04\x30\x7f\x04\x00", 16);
+  const std::string garbledEnd("\x30\x05\x02\x01\x02\x65\x00", 7);
   const std::string tlsBegins("\x30\x0c\x02\x01\x01\x78\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
   const struct {
     const char* scheme;
@@ -276,6 +279,9 @@ TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
   } cases[] = {
       {"ldap://", false, "", "bind as \"cn=admin,dc=example,dc=org\": no answer within 1 s"},
       {"ldap://", false, kBound, "search of (mail=ada@d) below \"ou=people,dc=example,dc=org\": no answer within 1 s"},
+      {"ldap://", false, kBound + garbledEnd,
+       "search of (mail=ada@d) below \"ou=people,dc=example,dc=org\": Decoding error"},
+      {"ldap://", false, kBound + garbledEntry + kFound, "reading an answer: Decoding error"},
       {"ldap://", true, "", "StartTLS: no answer within 1 s"},
       {"ldap://", true, tlsBegins, "TLS: no answer within 1 s"},
       {"ldaps://", false, "", "TLS: no answer within 1 s"},
@@ -289,7 +295,7 @@ TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
     const auto start = std::chrono::steady_clock::now();
     const std::string text = thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); });
     EXPECT_EQ(text, "LDAP profile 3: " + config.urls[0] + ": " + c.want);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 900ms) << c.want;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, text.ends_with(" 1 s") ? 900ms : 0ms) << c.want;
     for (int i = 0; i < 100; ++i) {
       EXPECT_THAT(thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }), HasSubstr("not tried for another"));
     }
@@ -298,8 +304,7 @@ TEST_F(Ldap, WaitsOnceForAServerThatFallsSilent) {
 }
 
 TEST_F(Ldap, WaitsOnceForAllTheConnectionsThatItKept) {
-  const std::string nobody("\x30\x0c\x02\x01\x02\x65\x07\x0a\x01\x00\x04\x00\x04\x00", 14);
-  const SilentServer silent(kBound + nobody, 3);
+  const SilentServer silent(kBound + kFound, 3);
   LdapProfileConfig config = profile();
   config.urls = {"ldap://" + silent.url};
   LdapDirectory directory(config);
@@ -310,27 +315,6 @@ TEST_F(Ldap, WaitsOnceForAllTheConnectionsThatItKept) {
   const auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < 3; ++i) EXPECT_THAT(look(), HasSubstr("no answer within 1 s"));
   EXPECT_LE(std::chrono::steady_clock::now() - start, 1900ms);
-}
-
-TEST_F(Ldap, NeverTakesWhatItCannotReadForAnAnswer) {
-  const struct {
-    std::string found;  // in answer to the search for the user
-    const char* want;
-  } cases[] = {
-      {std::string("\x30\x05\x02\x01\x02\x65\x00", 7), "=org\": Decoding error"},
-      {std::string("\x30\x0e\x02\x01\x02\x64\x09\x04\x01x\x30\x04\x30\x7f\x04\x00", 16) +
-           std::string("\x30\x0c\x02\x01\x02\x65\x07\x0a\x01\x00\x04\x00\x04\x00", 14),
-       "reading an answer: Decoding error"},
-  };
-  for (const auto& c : cases) {
-    const SilentServer garbling(kBound + c.found);
-    LdapProfileConfig config = profile();
-    config.urls = {"ldap://" + garbling.url};
-    LdapDirectory directory(config);
-    const auto look = [&] { return thrownBy([&] { directory.ownersOfGroupsOf("ada@d", false); }); };
-    EXPECT_THAT(look(), HasSubstr(c.want));
-    EXPECT_THAT(look(), ::testing::AllOf(HasSubstr("not tried for another"), HasSubstr(c.want)));
-  }
 }
 
 TEST_F(Ldap, TakesTheNextServerAndConnectsAnew) {

