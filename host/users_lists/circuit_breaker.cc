@@ -1,5 +1,5 @@
 // Decides whether a server is tried. Called by the directory before it connects and after each look-up, and by the
-// state store for its file as well. It does not wait, and knows no clock of its own.
+// state store when it opens its file or database. It does not wait, and knows no clock of its own.
 
 #include "host/users_lists/circuit_breaker.h"
 

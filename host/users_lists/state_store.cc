@@ -176,13 +176,17 @@ void ThreadStore::open() {
   StoreRecord& record = recordOf(*database);
   const bool known = record.used;
   if (known) database->refuseVanished();
-  std::unique_ptr<soci::session> opened;
-  openUnlessInVain(record.opening, *database, [&] {
-    opened = database->open(lockTimeout.load());
-    bringSchemaUpToDate({*opened, *database}, known);
-  });
-  session = std::move(opened);
-  ++openSessions;
+  ++openSessions;  // before there is one: another thread may fork meanwhile
+  try {
+    openUnlessInVain(record.opening, *database, [&] {
+      auto opened = database->open(lockTimeout.load());
+      bringSchemaUpToDate({*opened, *database}, known);
+      session = std::move(opened);
+    });
+  } catch (...) {
+    --openSessions;
+    throw;
+  }
   identity = database->identity();
   record.used = true;
 }
