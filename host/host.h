@@ -147,9 +147,10 @@ struct FlushResult {
   std::vector<FlushProblem> problems;
 };
 
-/// Hands on what waits in the spool, oldest first. Any number of processes may do so at once: a mail is tried by one of
-/// them. Throws Exception when spool or configuration cannot be used, or when what became of a mail cannot be noted:
-/// then the mail waits as before.
+/// Hands on what waits in the spool and what comes in meanwhile: what has not been tried yet, oldest first, then the
+/// rest by the time at which it is due. Any number of processes may do so at once: a mail is tried by one of them.
+/// Throws Exception when spool or configuration cannot be used, or when it cannot be noted that somebody has got a
+/// mail: then that mail waits as before.
 VLM_EXPORT FlushResult flushQueue(const FlushOptions& options);
 
 /// Makes the spool's directories when they are missing and looks whether this user may write there. Throws Exception.

@@ -145,8 +145,9 @@ void removeDurably(const std::string& base, const std::string& place, const std:
 
 void giveToOwner(const std::string& base, const std::string& name) {
   if (::geteuid() != 0) return;
+  // Nothing but a directory: a link to somebody else's file would give that away.
   const std::string path = base + "/" + name;
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
   if (!file.isOpen()) throw failed(path, "opened", errno);
   giveToOwnerOf(base, file, path);
 }

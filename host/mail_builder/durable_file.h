@@ -36,7 +36,7 @@ void moveDurably(const std::string& base, const std::string& from, const std::st
 /// Removes `base`/`place`/`name`.
 void removeDurably(const std::string& base, const std::string& place, const std::string& name);
 
-/// Gives what is at `base`/`name` to the owner of `base`, when root asks; nothing otherwise.
+/// Gives the directory `base`/`name` to the owner of `base`, when root asks; nothing otherwise.
 void giveToOwner(const std::string& base, const std::string& name);
 
 /// Removes what dead processes have left in `base`/tmp.

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <ctime>
 #include <optional>
-#include <tuple>
 
 #include "host/common/directories.h"
 #include "host/common/root.h"

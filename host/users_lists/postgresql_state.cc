@@ -26,6 +26,13 @@ int number(soci::session& session, const std::string& query) {
 
 std::string milliseconds(std::chrono::milliseconds time) { return "'" + std::to_string(time.count()) + "'"; }
 
+// How soon the server gives up a host that was lost without a word, as by a power cut: the change or the scheduled run
+// that it was at would else keep all others out for hours. Servers differ in what they know.
+constexpr char kGiveUpLostHosts[] =
+    "SELECT set_config(name, value, false) FROM pg_settings JOIN (VALUES ('tcp_keepalives_idle', '30'), "
+    "('tcp_keepalives_interval', '10'), ('tcp_keepalives_count', '3'), ('tcp_user_timeout', '60000')) "
+    "AS wanted (name, value) USING (name)";
+
 // A lock that ends with its session. A child of the process leaves the connection alone, as it is not its own.
 class SessionHold : public RunHold {
  public:
@@ -55,14 +62,15 @@ class PostgresqlState : public StateDatabase {
     // keeps it.
     *session << "SET client_min_messages = warning; SET lock_timeout = " + milliseconds(wait) +
                     "; SELECT set_config('statement_timeout', " + milliseconds(kLongestStatement) +
-                    ", false) WHERE current_setting('statement_timeout') = '0'";
+                    ", false) WHERE current_setting('statement_timeout') = '0'; " + kGiveUpLostHosts;
     return session;
   }
 
   // Changes wait for each other instead of failing and being tried again; readers wait for nobody. Each statement sees
   // all that was committed before it, also under a server whose default is another level.
-  void beginChange(soci::session& session) const override {
-    session << std::string("BEGIN ISOLATION LEVEL READ COMMITTED; SELECT pg_advisory_xact_lock") + kChangeLock;
+  void beginChange(soci::session& session, std::chrono::milliseconds wait) const override {
+    session << "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL lock_timeout = " + milliseconds(wait) +
+                   "; SELECT pg_advisory_xact_lock" + kChangeLock;
   }
 
   int schemaVersion(soci::session& session) const override {

@@ -24,6 +24,11 @@ std::string pragma(soci::session& session, const std::string& text) {
   return value;
 }
 
+// The connect text takes whole seconds only.
+void waitForLocks(soci::session& session, std::chrono::milliseconds longest) {
+  pragma(session, "busy_timeout = " + std::to_string(longest.count()));
+}
+
 int number(soci::session& session, const std::string& query) {
   int value = 0;
   session << query, soci::into(value);
@@ -67,12 +72,18 @@ class SqliteState : public StateDatabase {
     if (::stat(name().c_str(), &status) != 0 && errno == ENOENT) throw error(__LINE__, "it has vanished");
   }
 
+  // SQLite keeps one account of its file locks for the whole process. A child inherits the parent's account, but none
+  // of its locks: a session of its own would have none either, and another process could take the log away under it,
+  // with what was committed there.
+  void refuseInherited() const override {
+    throw error(__LINE__, "other threads had it open before this process was forked: fork before they use it");
+  }
+
   std::unique_ptr<soci::session> open(std::chrono::milliseconds wait) const override {
     makeDirectory();
     prepareFile(name());
     auto session = std::make_unique<soci::session>("sqlite3", connectText());
-    // In milliseconds; the connect text takes whole seconds only.
-    pragma(*session, "busy_timeout = " + std::to_string(wait.count()));
+    waitForLocks(*session, wait);
     *session << "PRAGMA synchronous = FULL";
     useWriteAheadLog(*session, wait);
     return session;
@@ -80,7 +91,10 @@ class SqliteState : public StateDatabase {
 
   std::string identity() const override { return fileAt(name()); }
 
-  void beginChange(soci::session& session) const override { session << "BEGIN IMMEDIATE"; }
+  void beginChange(soci::session& session, std::chrono::milliseconds wait) const override {
+    waitForLocks(session, wait);
+    session << "BEGIN IMMEDIATE";
+  }
 
   int schemaVersion(soci::session& session) const override { return number(session, "PRAGMA user_version"); }
 

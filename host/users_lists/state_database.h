@@ -41,6 +41,9 @@ class StateDatabase {
   /// not.
   virtual void refuseVanished() const {}
 
+  /// Looks before a session is opened in a process that has inherited sessions by a fork. Throws when they would harm.
+  virtual void refuseInherited() const {}
+
   /// Opens a session. A missing store may be made by it, without a schema.
   /// wait  how long each operation waits for others that hold a lock
   virtual std::unique_ptr<soci::session> open(std::chrono::milliseconds wait) const = 0;
@@ -50,7 +53,8 @@ class StateDatabase {
 
   /// Begins a transaction and takes the one write lock at once, so that changes happen one after the other: a change
   /// that begins by reading would else fail at its first write, or overwrite, when another one wrote meanwhile.
-  virtual void beginChange(soci::session& session) const = 0;
+  /// wait  how long it waits for the lock; at least 1 ms
+  virtual void beginChange(soci::session& session, std::chrono::milliseconds wait) const = 0;
 
   /// The version that the schema has; 0 = there is none.
   virtual int schemaVersion(soci::session& session) const = 0;

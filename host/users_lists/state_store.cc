@@ -4,15 +4,18 @@
 
 #include "host/users_lists/state_store.h"
 
-#include <unistd.h>
+#include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
+#include <map>
 #include <mutex>
-#include <set>
+#include <system_error>
 
 #include "host/common/host_config.h"
 #include "host/common/root.h"
 #include "host/host.h"
+#include "host/users_lists/circuit_breaker.h"
 
 namespace Velmar::Host {
 namespace {
@@ -38,6 +41,9 @@ constexpr struct {
 };
 
 std::atomic<std::chrono::milliseconds> lockTimeout{5s};
+constexpr auto kLongWait = 1s;
+constexpr auto kPauseOfOpening = 10s;
+constexpr std::chrono::milliseconds kShortestWait = 100ms;
 
 // The URL that stands in for the configured one.
 std::mutex urlMutex;
@@ -56,26 +62,44 @@ std::unique_ptr<StateDatabase> databaseAt(const std::string& url) {
   return url.starts_with(kFile) ? sqliteState(url.substr(kFile.size())) : postgresqlState(url);
 }
 
-// A store that this process has used cannot be new: whoever reads an empty one in its place would take every list for
-// empty. It is left to the administrator, and nothing is put in its way.
-class KnownStores {
- public:
-  void add(const std::string& place) {
-    const std::lock_guard lock(mutex_);
-    places_.insert(place);
-  }
+// What all threads of this process know of a store.
+struct StoreRecord {
+  explicit StoreRecord(std::chrono::milliseconds wait) : changeWait(wait) {}
 
-  bool hold(const std::string& place) {
-    const std::lock_guard lock(mutex_);
-    return places_.count(place) != 0;
-  }
-
- private:
-  std::mutex mutex_;
-  std::set<std::string> places_;
+  // A store that was used cannot be new: whoever reads an empty one in its place would take every list for empty. It is
+  // left to the administrator, and nothing is put in its way.
+  std::atomic<bool> used{false};
+  // A store that was waited for in vain is not tried again for a while: a run would wait for it once a mailbox.
+  CircuitBreaker opening{kPauseOfOpening};
+  // How long a change waits for others. It is always tried, since what it notes may be done already, but each time in
+  // vain halves it until one succeeds.
+  std::atomic<std::chrono::milliseconds> changeWait;
 };
 
-KnownStores knownStores;
+StoreRecord& recordOf(const StateDatabase& database) {
+  static std::mutex mutex;
+  static std::map<std::string, StoreRecord> records;
+  const std::lock_guard lock(mutex);
+  return records.try_emplace(database.place(), lockTimeout.load()).first->second;
+}
+
+template <class Open>
+void openUnlessInVain(CircuitBreaker& breaker, const StateDatabase& database, const Open& open) {
+  const auto begin = CircuitBreaker::Clock::now();
+  if (const auto refusal = breaker.refusal(begin)) throw database.error(__LINE__, *refusal);
+  try {
+    open();
+    breaker.succeeded();
+  } catch (const soci::soci_error& error) {
+    const auto end = CircuitBreaker::Clock::now();
+    if (end - begin >= kLongWait) {
+      breaker.failed(end, error.get_error_message());
+    } else {
+      breaker.succeeded();
+    }
+    throw;
+  }
+}
 
 std::string inWordsOf(const StateDatabase& database, std::string statement) {
   const std::pair<std::string, const char*> words[] = {{"{KEY}", database.growingKeyType()},
@@ -113,35 +137,59 @@ void bringSchemaUpToDate(const StateSession& state, bool known) {
   change.commit();
 }
 
+// Sessions of all threads; and whether this process began, by a fork, while other threads than the forking one had
+// some.
+std::atomic<int> openSessions{0};
+std::atomic<bool> inheritsSessions{false};
+
 // What a thread has of the store.
 struct ThreadStore {
   std::string place;  // URL and root that the database was made for
   std::unique_ptr<StateDatabase> database;
   std::unique_ptr<soci::session> session;
   std::string identity;  // of what the session has open
-  pid_t process = 0;     // that opened the session
 
-  ~ThreadStore() { abandonInherited(); }
+  ~ThreadStore() { close(); }
 
-  // A connection must not be used, nor even closed, by a child of the process that opened it: the child leaves it
-  // alone.
-  void abandonInherited() {
-    if (session && process != ::getpid()) static_cast<void>(session.release());
-  }
+  void open();
 
-  void open() {
-    const bool known = knownStores.hold(database->place());
-    if (known) database->refuseVanished();
-    auto opened = database->open(lockTimeout.load());
-    bringSchemaUpToDate({*opened, *database}, known);
-    session = std::move(opened);
-    identity = database->identity();
-    process = ::getpid();
-    knownStores.add(database->place());
+  void close() noexcept {
+    if (!session) return;
+    session.reset();
+    --openSessions;
   }
 };
 
 thread_local ThreadStore current;
+
+// A child can neither use nor close a session of its parent. So the thread that forks closes its own before; those of
+// other threads stay open in the child for ever, as nobody there can reach them.
+void lookAfterForks() {
+  static const int failure = ::pthread_atfork([] { current.close(); }, nullptr,
+                                              [] { inheritsSessions = inheritsSessions || openSessions != 0; });
+  if (failure != 0) throw stateError(__LINE__, "cannot look after forks: " + std::generic_category().message(failure));
+}
+
+void ThreadStore::open() {
+  lookAfterForks();
+  if (inheritsSessions) database->refuseInherited();
+  StoreRecord& record = recordOf(*database);
+  const bool known = record.used;
+  if (known) database->refuseVanished();
+  ++openSessions;  // before there is one: another thread may fork meanwhile
+  try {
+    openUnlessInVain(record.opening, *database, [&] {
+      auto opened = database->open(lockTimeout.load());
+      bringSchemaUpToDate({*opened, *database}, known);
+      session = std::move(opened);
+    });
+  } catch (...) {
+    --openSessions;
+    throw;
+  }
+  identity = database->identity();
+  record.used = true;
+}
 
 }  // namespace
 
@@ -172,11 +220,10 @@ void StateSession::prepare(soci::statement& prepared, const std::string& text, s
 }
 
 StateDatabase& threadDatabase() {
-  current.abandonInherited();
   const std::string url = stateUrl();
   const std::string place = root() + "\n" + url;
   if (!current.database || current.place != place) {
-    current.session.reset();
+    current.close();
     current.database = databaseAt(url);
     current.place = place;
   }
@@ -188,16 +235,13 @@ Exception stateError(int line, const std::string& reason) { return threadDatabas
 StateSession threadState() {
   const StateDatabase& database = threadDatabase();
   if (!current.session || current.identity != database.identity()) {
-    current.session.reset();
+    current.close();
     current.open();
   }
   return {*current.session, database};
 }
 
-void dropThreadState() noexcept {
-  current.abandonInherited();
-  current.session.reset();
-}
+void dropThreadState() noexcept { current.close(); }
 
 void endFailedState(bool mayRepeat) {
   try {
@@ -212,7 +256,17 @@ void endFailedState(bool mayRepeat) {
   }
 }
 
-StateChange::StateChange(const StateSession& state) : session_(state.sql) { state.database.beginChange(session_); }
+StateChange::StateChange(const StateSession& state) : session_(state.sql) {
+  std::atomic<std::chrono::milliseconds>& changeWait = recordOf(state.database).changeWait;
+  const std::chrono::milliseconds wait = changeWait;
+  try {
+    state.database.beginChange(session_, wait);
+    changeWait = lockTimeout.load();
+  } catch (const soci::soci_error&) {
+    changeWait = std::max(wait / 2, std::min(kShortestWait, wait));
+    throw;
+  }
+}
 
 StateChange::~StateChange() {
   if (!open_) return;

@@ -68,7 +68,7 @@ struct StateSession {
 StateDatabase& threadDatabase();
 
 /// This thread's session with the store. It is opened on first use and again when the URL, the root or what stands
-/// behind them has changed, or the process has forked; a missing store is created, an older schema brought up to date.
+/// behind them has changed, or the thread has forked; a missing store is created, an older schema brought up to date.
 /// It lives until then. Throws Exception or soci::soci_error; call it by withState only.
 StateSession threadState();
 

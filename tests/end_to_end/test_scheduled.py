@@ -1,5 +1,6 @@
 """Scheduled runs: each message is reported once, whatever is missed, fails or happens twice."""
 
+import sqlite3
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
@@ -81,6 +82,23 @@ class ScheduledTest(unittest.TestCase):
         reported = [mail.mailbox for mail in self.host.queued() if mail.mailbox.startswith("user")]
         self.assertEqual((len(reported), len(set(reported))), (40, 40))
         self.assertEqual(sum("mailboxes:" in one.stdout for one in done), 1)
+
+    def test_ends_when_what_was_sent_cannot_be_noted(self):
+        for number in range(5):
+            self.hold("user%d@example.org" % number, a=7)
+        with sqlite3.connect(self.host.root / "var/lib/velmar/state.db") as state:
+            self.at(-7)
+            state.execute("CREATE TRIGGER full BEFORE INSERT ON reported WHEN NEW.address LIKE 'user1@%' "
+                          "BEGIN SELECT RAISE(ABORT, 'no room'); END")
+            state.commit()
+            done = self.at(8, want=1)[1]
+            self.assertRegex(done.stdout, r"\AFAILED  user2@example.org  left out: .*no room\n(FAILED  user.*\n){2}\d")
+            sent = {mail.mailbox for mail in self.host.queued()}
+            state.execute("DROP TRIGGER full")
+            state.commit()
+        self.at(8.3)
+        self.assertEqual([sorted(name[4] for name in names if name.startswith("user"))
+                          for names in (sent, [mail.mailbox for mail in self.host.queued()])], [["0", "1"], ["2", "3", "4"]])
 
     def test_nothing_is_scheduled(self):
         toml = self.host.root / "etc/velmar/host.toml"

@@ -70,6 +70,7 @@ class CommandLineTest(unittest.TestCase):
             (["preview", "a\x1b[2J\nb"], "a\\x1b[2J\\nb"),
             (["lists", "add", "a@example.org", "primaryaddr", "b@example.org,c@example.org"], "b@example.org,c@example.org"),
             (["demo", "/dev/null"], "/dev/null"),
+            (["demo", ""], "DIR: is empty"),
         ]
         for arguments, culprit in cases:
             with self.subTest(arguments=arguments):
@@ -265,6 +266,8 @@ class HostTest(unittest.TestCase):
         out = self.on_host("run", *PERIOD, "--recipients", "lone@example.net,chiyo@EXAMPLE.org,typo@example.org", want=1)
         self.assertRegex(out, r"\Asent  +lone@example.net .*\nsent  +chiyo@example.org .*\nNO MAILBOX  typo@example.org ")
         self.assertIn("who@nowhere.example", self.on_host("run", "--recipients", "who@nowhere.example", want=2))
+        (self.root / "home").rename(self.root / "unmounted")
+        self.assertIn("3 without a domain directory", self.on_host("run", "--all", want=1))
 
     def test_progress_takes_the_place_of_events_on_a_terminal(self):
         for options, bar, events in [([], True, False), (["--verbose"], False, True), (["--json"], False, True)]:
@@ -282,6 +285,13 @@ class HostTest(unittest.TestCase):
         self.configure("stderr = true", "stderr = false")
         self.assertEqual(command(*arguments).stderr, "")
         self.assertIn("report-disabled", command(*arguments, "--verbose").stderr)
+
+    def test_no_file_takes_the_place_of_a_closed_stream(self):
+        self.on_host(*ONE_OF_ORG, "chiyo@example.org")
+        self.configure("[log]", '[queue]\nkind = "smtp"\nurl = "smtp://127.0.0.1:1"\n[log]')
+        flush = [COMMAND, "queue", "flush", "--verbose", "--root", self.root]
+        subprocess.run(["sh", "-c", '"$@" 2>&-', "sh", *flush], stdout=subprocess.DEVNULL, timeout=60)
+        self.assertEqual((self.root / "var/log/velmar/spamreport.log").read_text().count("mail-delayed"), 1)
 
     def test_preview_shows_the_images_and_changes_nothing(self):
         kim = "kim+lists@example.net"

@@ -107,10 +107,10 @@ class QueueTest(unittest.TestCase):
     def test_run_hands_on_what_it_queued(self):
         self.configure()
         self.server.answers = {"chiyo": "550 5.1.1 unknown"}
-        self.assertRegex(self.report("anna", "chiyo", want=1), r"\n2 mailboxes: 2 sent\nqueue: 1 handed on, 1 failed\n")
+        self.assertRegex(self.report("anna", "chiyo", want=1), r"\n2 mailboxes: 2 sent\nqueue: 1 handed on, 1 failed \(")
         self.assertNotIn("queue:", self.report("emil"))  # nothing held
         self.configure(url='"smtp://127.0.0.1:1"')
-        self.assertIn("\nqueue: 0 handed on, 1 delayed\n", self.report("boris"))
+        self.assertIn("\nqueue: 0 handed on, 1 delayed (spamreport queue list says why)\n", self.report("boris"))
 
 
 if __name__ == "__main__":

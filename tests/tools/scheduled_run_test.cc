@@ -39,12 +39,15 @@ class World final : public ScheduledWorld {
   int crashAfter = -1;           ///< so many more reports
   bool crashBeforeNote = false;
   int tried = 0;
+  std::int64_t shown = 0;  ///< by the clock, unless a run is for a later time
 
   std::vector<RunResult> run(std::int64_t now, int catchUpHours = 72) {
     const auto occasion = lastOccasion(kEightTwelveEighteen, now, catchUpHours);
+    shown = std::max(shown, now);
     return runScheduledDomain(*this, kDomain, *occasion, now);
   }
 
+  std::int64_t clock() override { return shown; }
   Host::ReportedUntil reportedUntil(const std::string& domain) override { return ledger[domain]; }
   void noteMailbox(const Mailbox& mailbox, std::int64_t until) override {
     if (notesLeft-- == 0) throw Exception("StateException", 4, "State", 1, "disk full");
@@ -60,10 +63,11 @@ class World final : public ScheduledWorld {
   }
   std::vector<Outcome> report(const std::vector<ReportTask>& tasks, const Done& done) override {
     std::vector<Outcome> outcomes;
+    std::string stopped;
     for (const ReportTask& task : tasks) {
-      outcomes.push_back(reportOne(task));
+      outcomes.push_back(stopped.empty() ? reportOne(task) : Outcome{OutcomeKind::kFailed, stopped});
       if (crashBeforeNote && crashAfter == 0) throw Crash();
-      done(task, outcomes.back());
+      if (stopped.empty()) stopped = done(task, outcomes.back());
       if (crashAfter-- == 0) throw Crash();
     }
     return outcomes;
@@ -213,6 +217,8 @@ TEST_F(ScheduledRun, ADomainThatCannotBeListedStandsWhereItStood) {
   world.addresses.reset();
   EXPECT_EQ(world.run(noon).at(0).outcome.kind, OutcomeKind::kNoDomain);
   EXPECT_THAT(tries(noon, noon + kHour), ElementsAre(15, 30));
+  world.addresses.emplace();
+  EXPECT_TRUE(world.run(noon + 2 * kHour).empty());
   world.addresses = addresses;
   world.fault = "stale handle";
   const std::vector<RunResult> results = world.run(noon + 6 * kHour);
@@ -238,6 +244,8 @@ TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
   ASSERT_EQ(results.size(), 1U);
   EXPECT_THAT(results[0].outcome.detail, HasSubstr("until 2027-12-27T12:00:00Z"));
   EXPECT_TRUE(anyFailure(results));
+  world.shown = noon + 400 * kDay;  // the run is for a time long past
+  EXPECT_TRUE(world.run(noon).empty());
 }
 
 TEST_F(ScheduledRun, DoesNotBelieveNotesOfATimeToCome) {
@@ -262,6 +270,10 @@ TEST_F(ScheduledRun, SendsNothingWhenItCannotNote) {
   ASSERT_EQ(results.size(), 3U);
   EXPECT_EQ(results[0].outcome.kind, OutcomeKind::kSent);
   EXPECT_EQ(results[0].outcome.detail, " (not noted: disk full)");
+  EXPECT_EQ(world.tried, 1);
+  EXPECT_EQ(results[1].outcome.detail, "disk full");
+  EXPECT_EQ(world.ledger[kDomain].mailboxes.count("a@d.example"), 0U);
+  EXPECT_EQ(world.ledger[kDomain].mailboxes["c@d.example"], noon - 4 * kHour);
 }
 
 TEST_F(ScheduledRun, TheFirstOneBeginsAtTheHourBeforeEvenIfItEndsLate) {

@@ -1,5 +1,6 @@
 // spamreport queue: what waits in the spool, what has failed, and what administrators do about it.
 
+#include <algorithm>
 #include <ctime>
 #include <functional>
 #include <iostream>
@@ -16,10 +17,13 @@ namespace {
 
 using Host::SpoolState;
 
+constexpr std::size_t kMostNames = 10;  // of a mail: the longest makes the column as wide for all others
+
 std::string joined(const std::vector<std::string>& names) {
   std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-  return text;
+  const std::size_t shown = std::min(names.size(), kMostNames);
+  for (std::size_t i = 0; i < shown; ++i) text += (i == 0 ? "" : ", ") + names[i];
+  return shown == names.size() ? text : text + " and " + std::to_string(names.size() - shown) + " more";
 }
 
 const char* stateName(SpoolState state) {

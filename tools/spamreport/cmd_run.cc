@@ -1,5 +1,6 @@
 // spamreport run: reports for some or all mailboxes, now or by the schedule, and what came of each.
 
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 #include <optional>
@@ -96,6 +97,20 @@ HandOver handOver() try {
   return {std::nullopt, true};
 }
 
+/// The events that say why mails wait do not show beside a progress bar.
+std::string handOverText(const Host::FlushResult& result) {
+  const bool allWell = result.problems.empty() && result.held == 0;
+  return "queue: " + flushSummary(result) + (allWell ? "" : " (spamreport queue list says why)");
+}
+
+/// Whether no domain has its directory. One may wait for its first mailbox; all of them do where a disk is missing.
+bool allHomesMissing(const std::vector<RunResult>& results) {
+  const auto noDomain = [](const RunResult& result) { return result.outcome.kind == OutcomeKind::kNoDomain; };
+  if (std::none_of(results.begin(), results.end(), noDomain)) return false;
+  const std::vector<std::string> domains = Host::configuredDomains();
+  return std::none_of(domains.begin(), domains.end(), Host::domainDirectoryExists);
+}
+
 std::int64_t scheduledNow(const RunOptions& options) {
   const std::int64_t clock = std::time(nullptr);
   const std::int64_t given = parseTime("--now", options.now);
@@ -114,9 +129,9 @@ int run(const RunOptions& options) {
   const bool quiet = options.json || (options.scheduled && results.empty());
   if (!quiet) std::cout << resultTable(results, options.scheduled) << std::flush;
   const HandOver handedOver = anySent(results) ? handOver() : HandOver{};
-  if (!quiet && handedOver.done) std::cout << "queue: " << flushSummary(*handedOver.done) << "\n";
+  if (!quiet && handedOver.done) std::cout << handOverText(*handedOver.done) << "\n";
   if (options.json) std::cout << resultJson(results, handedOver.done);
-  return anyFailure(results) || handedOver.failed ? kFailed : kGood;
+  return anyFailure(results) || handedOver.failed || allHomesMissing(results) ? kFailed : kGood;
 }
 
 }  // namespace Velmar::Tool

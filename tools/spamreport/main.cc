@@ -1,6 +1,9 @@
 // The command for administrators: reads the command line and calls one subcommand. The only source that knows the
 // command-line library, which takes long to compile. It decides nothing about reports.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -41,6 +44,9 @@ struct Request {
 
 /// A check that does not show in the help.
 CLI::Validator unnamed(CLI::Validator check) { return check.description(""); }
+
+/// For what names a directory that may have to be made.
+std::string refuseEmpty(const std::string& text) { return text.empty() ? "is empty" : ""; }
 
 CLI::App* addCommand(CLI::App& parent, Request& request, const std::string& name, const std::string& description,
                      std::function<int()> action) {
@@ -106,7 +112,8 @@ void addPreview(CLI::App& app, Request& request) {
   preview
       ->add_option("--output", request.preview.directory,
                    "Where report.eml, report.html and report.txt are\nwritten (default: here)")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check(refuseEmpty);
   preview->add_option("--language", request.preview.language, "Language of the dates, instead of the user's")
       ->type_name("CODE");
   preview
@@ -183,7 +190,9 @@ void addQueue(CLI::App& app, Request& request) {
 void addDemo(CLI::App& app, Request& request) {
   CLI::App* demo = addCommand(app, request, "demo", "Lay out an example host in a directory",
                               [&request] { return Tool::demo(request.directory); });
-  demo->add_option("DIR", request.directory, "New or empty directory, or one that demo laid out before")->required();
+  demo->add_option("DIR", request.directory, "New or empty directory, or one that demo laid out before")
+      ->required()
+      ->check(refuseEmpty);
 }
 
 void addEvents(CLI::App& app, Request& request) {
@@ -217,6 +226,17 @@ void applyCommon(const Request& request) {
   if (common.verbose || !request.logAsConfigured) Host::setLogToStderr(common.verbose);
 }
 
+/// A standard stream that the caller closed leaves its number to the next file that is opened, and what is meant for
+/// the stream would be written into a mail or the log. It is opened the wrong way round, so that its use fails as
+/// before.
+bool occupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) >= 0) continue;
+    if (::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) return false;
+  }
+  return true;
+}
+
 constexpr char kSeeHelp[] = " (see spamreport --help)";
 
 int complain(const std::string& text, int exitCode) {
@@ -239,6 +259,7 @@ int perform(const Request& request) try {
 }
 
 int runCommandLine(int argc, char** argv) {
+  if (!occupyStandardStreams()) return kFailed;  // there is nobody to tell
   CLI::App app{"", "spamreport"};
   Request request;
   build(app, request);

@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "host/host.h"
 #include "platform/types.h"
@@ -49,6 +51,23 @@ Outcome reportMailbox(const ReportTask& task, EventCollector& collector) try {
   return {OutcomeKind::kFailed, e.what()};
 }
 
+/// Why no further report is begun; "" as long as they are. Any thread.
+class Stop {
+ public:
+  std::string reason() const {
+    const std::lock_guard lock(mutex_);
+    return reason_;
+  }
+  void set(std::string reason) {
+    const std::lock_guard lock(mutex_);
+    if (reason_.empty()) reason_ = std::move(reason);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::string reason_;
+};
+
 }  // namespace
 
 std::vector<Outcome> runReports(const std::vector<ReportTask>& tasks, const RunnerOptions& options,
@@ -57,10 +76,15 @@ std::vector<Outcome> runReports(const std::vector<ReportTask>& tasks, const Runn
   Progress progress(options.showProgress, tasks.size(), options.label);
   std::vector<Outcome> outcomes(tasks.size());
   std::atomic<std::size_t> next{0};
+  Stop stop;
   const auto work = [&] {
     for (std::size_t i = next++; i < tasks.size(); i = next++) {
+      if (const std::string reason = stop.reason(); !reason.empty()) {
+        outcomes[i] = {OutcomeKind::kFailed, "left out: " + reason};
+        continue;
+      }
       outcomes[i] = reportMailbox(tasks[i], collector);
-      if (done) done(tasks[i], outcomes[i]);
+      if (done) stop.set(done(tasks[i], outcomes[i]));
       progress.step(isFailure(outcomes[i]));
     }
   };

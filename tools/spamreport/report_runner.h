@@ -17,9 +17,9 @@ struct RunnerOptions {
 };
 
 /// Makes the report of each task and calls `done`, if it is not empty, after each one, from any of the threads.
-/// `done` may add to the outcome and must not throw. Returns the outcomes in the order of the tasks.
-/// One call at a time.
-using TaskDone = std::function<void(const ReportTask& task, Outcome& outcome)>;
+/// `done` may add to the outcome and must not throw. It returns "", or why no further report shall be begun: those left
+/// out fail with this reason. Returns the outcomes in the order of the tasks. One call at a time.
+using TaskDone = std::function<std::string(const ReportTask& task, Outcome& outcome)>;
 std::vector<Outcome> runReports(const std::vector<ReportTask>& tasks, const RunnerOptions& options,
                                 const TaskDone& done = {});
 

@@ -29,6 +29,8 @@ class HostWorld final : public ScheduledWorld {
  public:
   HostWorld(bool afresh, const RunnerOptions& options) : afresh_(afresh), options_(options) {}
 
+  std::int64_t clock() override { return std::time(nullptr); }
+
   Host::ReportedUntil reportedUntil(const std::string& domain) override {
     return afresh_ ? Host::ReportedUntil{} : Host::reportedUntil(domain);
   }

@@ -24,10 +24,12 @@ Outcome standsInTheFuture(std::int64_t standing) {
                                     "record"};
 }
 
-/// What is noted, without what a clock that was wrong has noted of a time to come.
-Host::ReportedUntil credible(Host::ReportedUntil ledger, std::int64_t now) {
-  std::erase_if(ledger.mailboxes,
-                [now](const auto& note) { return note.second > now + (note.first == kLastTry ? 0 : kClockTolerance); });
+/// What is noted, without what a clock that was wrong has noted of a time to come. A try after the time that the run
+/// acts for counts as none.
+Host::ReportedUntil credible(Host::ReportedUntil ledger, std::int64_t now, std::int64_t clock) {
+  std::erase_if(ledger.mailboxes, [now, clock](const auto& note) {
+    return note.second > (note.first == kLastTry ? now : clock + kClockTolerance);
+  });
   return ledger;
 }
 
@@ -80,13 +82,20 @@ Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector
   return others;
 }
 
-/// Once the mail is in the queue the report is sent, whatever becomes of the note.
-void noteIfSent(ScheduledWorld& world, const ReportTask& task, Outcome& outcome) try {
-  if (outcome.kind == OutcomeKind::kSent) world.noteMailbox(task.mailbox, task.until);
-} catch (const Exception& e) {
-  outcome.detail += " (not noted: " + e.text() + ")";
-} catch (const std::exception& e) {
-  outcome.detail += std::string(" (not noted: ") + e.what() + ")";
+/// Once the mail is in the queue the report is sent, whatever becomes of the note. Returns why it could not be noted:
+/// what is sent after that would be sent again at the next try.
+std::string noteIfSent(ScheduledWorld& world, const ReportTask& task, Outcome& outcome) {
+  std::string fault;
+  try {
+    if (outcome.kind == OutcomeKind::kSent) world.noteMailbox(task.mailbox, task.until);
+    return "";
+  } catch (const Exception& e) {
+    fault = e.text();
+  } catch (const std::exception& e) {
+    fault = e.what();
+  }
+  outcome.detail += " (not noted: " + fault + ")";
+  return fault;
 }
 
 /// Notes the try before anything else is done: a report that ends the process does not keep other domains from theirs
@@ -114,8 +123,10 @@ void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::
     results.push_back(ofWholeDomain(domain, noDirectory()));
     return;
   }
+  // Nor does an empty one move it on, which is what is seen of a directory of its own that is not mounted.
+  if (addresses->empty()) return;
   const std::vector<ReportTask> tasks = dueTasks(domain, *addresses, ledger, occasion);
-  const auto done = [&](const ReportTask& task, Outcome& outcome) { noteIfSent(world, task, outcome); };
+  const auto done = [&](const ReportTask& task, Outcome& outcome) { return noteIfSent(world, task, outcome); };
   const std::vector<Outcome> outcomes = world.report(tasks, done);
   for (std::size_t i = 0; i < tasks.size(); ++i) results.push_back({tasks[i], outcomes[i]});
   world.noteDomain(domain, occasion.until, standElsewhere(tasks, outcomes, ledger, occasion, now));
@@ -127,8 +138,9 @@ std::vector<RunResult> runScheduledDomain(ScheduledWorld& world, const std::stri
                                           std::int64_t now) {
   std::vector<RunResult> results;
   try {
-    const Host::ReportedUntil ledger = credible(world.reportedUntil(domain), now);
-    if (ledger.domain > now + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
+    const std::int64_t clock = world.clock();
+    const Host::ReportedUntil ledger = credible(world.reportedUntil(domain), now, clock);
+    if (ledger.domain > clock + kClockTolerance) return {ofWholeDomain(domain, standsInTheFuture(ledger.domain))};
     if (!isDue(ledger, occasion, now)) return {};
     reportDomain(world, domain, ledger, occasion, now, results);
   } catch (const Exception& e) {

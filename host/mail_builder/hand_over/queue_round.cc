@@ -8,9 +8,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "host/mail_builder/durable_file.h"
@@ -64,11 +66,13 @@ void logGroup(QueueEvent event, const std::string& id, const RecipientGroup& gro
   if (!group.recipients.empty()) logQueueEvent(event, id, group.recipients, group.reply);
 }
 
-/// What the transport said; a mail that it does not send at all is refused to everybody.
-HandOver answerTo(Transport& transport, const QueuedMail& mail) try {
-  return transport.send(mail);
-} catch (const Exception& e) {
-  return {std::vector<RecipientReply>(mail.recipients.size(), {Verdict::kPermanent, "not sent: " + e.text()}), false};
+/// What waits, in the order in which it is tried: what has not been tried yet, oldest first, then by the time at which
+/// it is due. So a mail that makes the server unusable keeps none from going.
+std::vector<SpoolEntry> inTurn() {
+  std::vector<SpoolEntry> entries = listSpool(SpoolState::kWaiting);
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const SpoolEntry& a, const SpoolEntry& b) { return a.nextAttempt < b.nextAttempt; });
+  return entries;
 }
 
 class QueueRound {
@@ -81,13 +85,24 @@ class QueueRound {
     sweepTemporary(spoolPath());
     hold_ = queueHold();
     stopped_ = hold_.failures > 0 && !mayTry(hold_.until);
-    for (const SpoolEntry& listed : listSpool(SpoolState::kWaiting)) handle(listed);
+    do handleNew();
+    while (sawNew_ && !stopped_);
     if (serverWorks_ && !stopped_ && hold_.failures > 0) liftHold();
     return std::move(result_);
   }
 
  private:
   bool mayTry(long long next) const { return options_.evenIfNotDue || isDue(config_, next, std::time(nullptr)); }
+
+  /// Handles what this round has not seen yet: mails come in meanwhile, and who watches the spool may not have noticed.
+  void handleNew() {
+    sawNew_ = false;
+    for (const SpoolEntry& listed : inTurn()) {
+      if (!seen_.insert(listed.id).second) continue;
+      sawNew_ = true;
+      handle(listed);
+    }
+  }
 
   void handle(const SpoolEntry& listed) {
     if (listed.state == SpoolState::kUnreadable) {
@@ -125,13 +140,33 @@ class QueueRound {
     const SpoolEntry entry = mail.entry;
     const QueuedMail queued = queuedMail(std::move(mail));
     if (!roomForNotes(entry)) return;
-    const HandOver answer = answerTo(transport_, queued);
+    const HandOver answer = answerTo(queued);
     QueueOutcome outcome = outcomeOf(entry, answer, config_, std::time(nullptr));
-    nameFailedPart(outcome);
-    settle(claim, entry.id, outcome, queued.content);
-    report(entry.id, outcome);
-    serverWorks_ = !answer.serverUnusable;
+    if (note(claim, entry, outcome, queued.content)) report(entry.id, outcome);
     if (answer.serverUnusable) stop(outcome);
+  }
+
+  /// What the transport said; a mail that it does not send at all is refused to everybody.
+  HandOver answerTo(const QueuedMail& mail) try {
+    HandOver answer = transport_.send(mail);
+    serverWorks_ = serverWorks_ || !answer.serverUnusable;
+    return answer;
+  } catch (const Exception& e) {
+    return {std::vector<RecipientReply>(mail.recipients.size(), {Verdict::kPermanent, "not sent: " + e.text()}), false};
+  }
+
+  /// Brings the spool to the outcome. False when that fails for a mail that nobody has got: it waits as before.
+  bool note(QueueClaim& claim, const SpoolEntry& entry, QueueOutcome& outcome, const std::string& content) try {
+    nameFailedPart(outcome);
+    settle(claim, entry.id, outcome, content);
+    return true;
+  } catch (const Exception& e) {
+    // Going on could deliver one mail after the other twice.
+    if (!outcome.accepted.recipients.empty()) throw;
+    ++result_.delayed;
+    const std::string reply = (outcome.waiting ? outcome.waiting : outcome.failed)->lastReply;
+    result_.problems.push_back({entry.id, SpoolState::kWaiting, entry.recipients, reply + "; not noted: " + e.text()});
+    return false;
   }
 
   /// A mail to one recipient needs no room: it goes, or it stays as it is.
@@ -163,7 +198,7 @@ class QueueRound {
   void stop(const QueueOutcome& outcome) {
     stopped_ = true;
     const auto& left = outcome.waiting ? outcome.waiting : outcome.failed;
-    extendHold(hold_, left ? left->lastReply : "", config_, std::time(nullptr));
+    extendHold(serverWorks_ ? QueueHold{} : hold_, left ? left->lastReply : "", config_, std::time(nullptr));
   }
 
   Transport& transport_;
@@ -171,8 +206,10 @@ class QueueRound {
   const FlushOptions options_;
   FlushResult result_;
   QueueHold hold_;
+  std::set<std::string> seen_;  ///< ids
+  bool sawNew_ = false;
   bool stopped_ = false;
-  bool serverWorks_ = false;
+  bool serverWorks_ = false;  ///< for one mail at least
 };
 
 }  // namespace

@@ -204,7 +204,7 @@ void SmtpConnection::waitFor(short events, Clock::time_point deadline) {
     const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
     const int ready = left.count() > 0 ? ::poll(&waiting, 1, static_cast<int>(left.count())) : 0;
     if (ready > 0) return;
-    if (ready == 0) lose("the server did not answer in time");
+    if (ready == 0) lose("the server did not answer in time", true);
     if (errno != EINTR) lose("waiting for the server failed");
   }
 }

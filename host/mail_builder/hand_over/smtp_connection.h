@@ -17,7 +17,7 @@ namespace Velmar::Host {
 /// Why a session cannot go on. Never leaves the transport.
 struct SessionLost {
   std::string reason;           ///< one printable line
-  bool serverUnusable = false;  ///< the server said 421: it serves nobody now
+  bool serverUnusable = false;  ///< the server said 421 or nothing in time: other mails would fare the same
 };
 
 /// Where and how to connect. Checked before the first connection; see makeSmtpTransport.

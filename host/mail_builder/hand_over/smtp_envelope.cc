@@ -58,12 +58,6 @@ bool isDomain(std::string_view domain) {
   return !domain.empty() && onlyLettersDigitsAnd(".-_", domain);
 }
 
-const std::string& checked(const char* what, const std::string& address) {
-  const std::string fault = envelopeAddressFault(address);
-  if (!fault.empty()) throw unsendable(std::string(what) + " \"" + address + "\" " + fault);
-  return address;
-}
-
 Exception loneLineEnd(std::size_t at) {
   return unsendable("the mail holds a CR or LF that is no line end, at byte " + std::to_string(at) +
                     ": servers could take it for the end of the mail");
@@ -98,12 +92,13 @@ std::string wireContent(std::string_view content) {
     wire.append(line).append("\r\n");
     start += line.size() + 2;
   }
-  return wire.append(".\r\n");
+  wire += ".\r\n";
+  return wire;
 }
 
 OutgoingMail::OutgoingMail(const QueuedMail& mail) : mail_(mail), wire_(wireContent(mail.content)) {
-  if (!mail.sender.empty()) checked("the sender", mail.sender);
-  for (const std::string& recipient : mail.recipients) checked("the recipient", recipient);
+  const std::string fault = mail.sender.empty() ? "" : envelopeAddressFault(mail.sender);
+  if (!fault.empty()) throw unsendable("the sender \"" + mail.sender + "\" " + fault);
   const std::string_view content = mail.content;
   size_ = content.size() + (content.empty() || content.ends_with('\n') ? 0 : 2);
   eightBit_ = hasEightBit(content);
@@ -121,9 +116,10 @@ std::string OutgoingMail::refusal(const EhloKeywords& offered) const {
 }
 
 std::string OutgoingMail::recipientRefusal(std::size_t recipient, const EhloKeywords& offered) const {
-  return !offered.smtpUtf8 && hasEightBit(mail_.recipients[recipient])
-             ? "the address needs SMTPUTF8, which the server does not offer"
-             : "";
+  const std::string& address = mail_.recipients[recipient];
+  const std::string fault = envelopeAddressFault(address);
+  if (!fault.empty()) return "the address \"" + printable(address) + "\" " + fault;
+  return !offered.smtpUtf8 && hasEightBit(address) ? "the address needs SMTPUTF8, which the server does not offer" : "";
 }
 
 std::string OutgoingMail::mailCommand(const EhloKeywords& offered) const {

@@ -11,17 +11,18 @@
 
 namespace Velmar::Host {
 
-/// A mail that may be sent: its addresses and its line ends are checked.
+/// A mail that may be sent: its sender and its line ends are checked.
 class OutgoingMail {
  public:
-  /// Throws Exception when an address cannot stand in an envelope, or when the content holds a CR or LF that is not
+  /// Throws Exception when the sender cannot stand in an envelope, or when the content holds a CR or LF that is not
   /// part of CR LF: servers differ in what they take for the end of a mail then. Lines of any length are sent as they
   /// are. `mail` must outlive this.
   explicit OutgoingMail(const QueuedMail& mail);
 
   /// Why no recipient can have the mail from a server that offers this; "" when they can.
   std::string refusal(const EhloKeywords& offered) const;
-  /// The same for one recipient.
+  /// The same for one recipient, also for an address that cannot stand in an envelope. To be asked before
+  /// rcptCommand().
   std::string recipientRefusal(std::size_t recipient, const EhloKeywords& offered) const;
 
   // Commands with their CR LF.

@@ -31,6 +31,7 @@ void SmtpTransaction::run() {
     const std::size_t until = std::min(next + step, commandCount());
     connection_.send(commandLines(next, until));
     for (; next < until; ++next) take(next, connection_.receive());
+    if (enough_) next = leaveOut(next);
   }
   finish();
 }
@@ -59,6 +60,16 @@ bool SmtpTransaction::isPointless(std::size_t next) const {
   return mailRefused_ || (isData(next) && accepted_.empty());
 }
 
+/// Leaves the recipients from this command on to the next transaction, unasked: servers count what they are offered
+/// beyond their limit as errors, and end the session over many. Returns the command that comes next.
+std::size_t SmtpTransaction::leaveOut(std::size_t next) {
+  for (; next < commandCount() && !isData(next); ++next) {
+    replies_[recipients_[next - 1]] = replies_[tooMany_.back()];
+    tooMany_.push_back(recipients_[next - 1]);
+  }
+  return next;
+}
+
 void SmtpTransaction::take(std::size_t command, const SmtpReply& reply) {
   answered_ = true;
   if (isData(command)) {
@@ -84,6 +95,7 @@ void SmtpTransaction::takeRecipient(std::size_t recipient, const SmtpReply& repl
   // 552 means the same as 452 here.
   replies_[recipient].verdict = Verdict::kTemporary;
   tooMany_.push_back(recipient);
+  enough_ = enough_ || !accepted_.empty();
 }
 
 void SmtpTransaction::finish() {

@@ -38,6 +38,7 @@ class SmtpTransaction {
   bool isData(std::size_t command) const noexcept { return command == recipients_.size() + 1; }
   std::string commandLines(std::size_t from, std::size_t until) const;
   bool isPointless(std::size_t next) const;
+  std::size_t leaveOut(std::size_t next);
   void take(std::size_t command, const SmtpReply& reply);
   void takeRecipient(std::size_t recipient, const SmtpReply& reply);
   void finish();
@@ -53,7 +54,8 @@ class SmtpTransaction {
   bool mailRefused_ = false;
   SmtpReply data_;                     ///< the answer to DATA; code 0 = not asked
   std::vector<std::size_t> accepted_;  ///< by RCPT
-  std::vector<std::size_t> tooMany_;   ///< refused because there are enough
+  std::vector<std::size_t> tooMany_;   ///< refused because there are enough, or not offered any more for that
+  bool enough_ = false;                ///< whether one was refused so behind one that was accepted
   std::vector<std::size_t> left_;      ///< of these, for the next transaction
   bool contentSent_ = false;
 };

@@ -31,7 +31,7 @@ class Transport {
 
   /// Hands the mail to the recipients. Never reports kAccepted unless the server took responsibility (250 after the
   /// final dot). Does not throw for anything the server or the network does; throws Exception for a mail that must not
-  /// be sent at all (bare CR or LF in its content, an address that cannot stand in an envelope).
+  /// be sent at all (bare CR or LF in its content, a sender that cannot stand in an envelope).
   virtual HandOver send(const QueuedMail& mail) = 0;
 };
 

@@ -98,7 +98,8 @@ void ConnectionWatchdog::run() {
       bitten_ = true;
       deadline_.reset();
     } else {
-      changed_.wait_until(lock, *deadline_);
+      const Clock::time_point until = *deadline_;  // which may be gone before the wait is over
+      changed_.wait_until(lock, until);
     }
   }
 }

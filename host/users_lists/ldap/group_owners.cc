@@ -10,6 +10,7 @@
 
 #include "host/host.h"
 #include "host/users_lists/ldap/ldap_escape.h"
+#include "platform/types.h"
 
 namespace Velmar::Host {
 namespace {
@@ -44,6 +45,8 @@ class OwnerSearch {
 void OwnerSearch::fail(const std::string& reason) const {
   throw directoryError(__LINE__, profile_.number, connection_.url() + ": " + reason);
 }
+
+bool isAddress(const std::string& text) { return !EmailAddress::rfc5322Parse(text, true).isEmptyAddress(); }
 
 const std::string& groupBase(const LdapProfileConfig& profile) {
   return profile.groupBase.empty() ? profile.userBase : profile.groupBase;
@@ -114,8 +117,7 @@ std::set<std::string> OwnerSearch::addressesOfOwners() {
   for (const std::string& owner : owners_) {
     const std::optional<LdapEntry> entry = connection_.read(owner, profile_.mailAttribute);
     if (!entry) continue;
-    const auto first = std::find_if(entry->values.begin(), entry->values.end(),
-                                    [](const std::string& address) { return !address.empty(); });
+    const auto first = std::find_if(entry->values.begin(), entry->values.end(), isAddress);
     if (first != entry->values.end()) addresses.insert(*first);
   }
   return addresses;

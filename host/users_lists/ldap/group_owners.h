@@ -20,10 +20,10 @@ struct OwnerBounds {
 ///
 /// The user is the one entry that the profile's user filter finds; none = surely no owner, several = Exception.
 /// nested  also owners of groups that contain these groups, as many steps up as the profile says
-/// Of an owner's several addresses the directory's first counts, so that each person gets a report once. An owner
-/// without address, or whose entry does not exist, is passed over. An owner that is a group counts by its own address;
-/// its members are not looked for. Throws ServerFailed or Exception as LdapConnection does; Exception also beyond
-/// `bounds`.
+/// Of an owner's several addresses the directory's first counts, so that each person gets a report once. A value that
+/// is no address, an owner without any, and one whose entry does not exist, are passed over. An owner that is a group
+/// counts by its own address; its members are not looked for. Throws ServerFailed or Exception as LdapConnection does;
+/// Exception also beyond `bounds`.
 std::set<std::string> groupOwnerAddresses(LdapConnection& connection, const LdapProfileConfig& profile,
                                           const OwnerBounds& bounds, const std::string& user, bool nested);
 

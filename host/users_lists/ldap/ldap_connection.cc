@@ -58,7 +58,7 @@ struct FreeBer {
 };
 
 struct FreeValues {
-  void operator()(berval** values) const noexcept { ldap_value_free_len(values); }
+  void operator()(berval* values) const noexcept { ber_memfree(values); }  // they themselves are part of the message
 };
 
 /// Where systems keep the authorities that they trust, in one file. The library's handles know none by themselves.
@@ -92,7 +92,7 @@ std::string passwordOf(const LdapProfileConfig& profile) try {
 /// Whether a search's result means that this server does not serve now, rather than that it refuses the search.
 bool isServersFault(int code) {
   return code == LDAP_SERVER_DOWN || code == LDAP_CONNECT_ERROR || code == LDAP_TIMEOUT || code == LDAP_BUSY ||
-         code == LDAP_UNAVAILABLE || code == LDAP_TIMELIMIT_EXCEEDED;
+         code == LDAP_UNAVAILABLE || code == LDAP_TIMELIMIT_EXCEEDED || code == LDAP_DECODING_ERROR;
 }
 
 std::string quoted(const std::string& text) { return '"' + printable(text) + '"'; }
@@ -275,28 +275,32 @@ std::vector<LdapEntry> LdapConnection::entriesOf(LDAPMessage* message) {
 }
 
 LdapEntry LdapConnection::entryOf(LDAPMessage* message) {
-  const Text dn(ldap_get_dn(handle_.get(), message));
-  if (!dn) serverFailed("reading an answer", LDAP_DECODING_ERROR);
-  return {dn.get(), valuesOf(message)};
+  BerElement* position = nullptr;
+  berval dn{};
+  const int code = ldap_get_dn_ber(handle_.get(), message, &position, &dn);
+  const std::unique_ptr<BerElement, FreeBer> owner(position);
+  if (code != LDAP_SUCCESS) serverFailed("reading an answer", code);
+  return {std::string(dn.bv_val, dn.bv_len), valuesOf(message, position)};
 }
 
-// Only one attribute was asked for, and the server may know it by another name: all values are its.
-std::vector<std::string> LdapConnection::valuesOf(LDAPMessage* entry) {
+// Only one attribute was asked for: all values are its, also when the server knows it by another name or gives it in
+// several pieces.
+std::vector<std::string> LdapConnection::valuesOf(LDAPMessage* entry, BerElement* position) {
   std::vector<std::string> values;
-  BerElement* position = nullptr;
-  Text name(ldap_first_attribute(handle_.get(), entry, &position));
-  const std::unique_ptr<BerElement, FreeBer> owner(position);
-  for (; name; name.reset(ldap_next_attribute(handle_.get(), entry, position))) {
-    if (::strcasestr(name.get(), ";range=")) {
+  for (;;) {
+    berval attribute{};
+    BerVarray found = nullptr;
+    const int code = ldap_get_attribute_ber(handle_.get(), entry, position, &attribute, &found);
+    const std::unique_ptr<berval[], FreeValues> owner(found);
+    if (code != LDAP_SUCCESS) serverFailed("reading an answer", code);
+    if (!attribute.bv_val) return values;
+    const std::string name(attribute.bv_val, attribute.bv_len);
+    if (::strcasestr(name.c_str(), ";range=")) {
       throw directoryError(__LINE__, profile_.number,
-                           told("attribute " + printable(name.get()), "the server gives only a part of its values"));
+                           told("attribute " + printable(name), "the server gives only a part of its values"));
     }
-    const std::unique_ptr<berval*, FreeValues> found(ldap_get_values_len(handle_.get(), entry, name.get()));
-    for (int i = 0; i < ldap_count_values_len(found.get()); ++i) {
-      values.emplace_back(found.get()[i]->bv_val, found.get()[i]->bv_len);
-    }
+    for (; found && found->bv_val; ++found) values.emplace_back(found->bv_val, found->bv_len);
   }
-  return values;
 }
 
 bool LdapConnection::timedOut(int code) const { return code == LDAP_TIMEOUT || watchdog_.hasBitten(); }

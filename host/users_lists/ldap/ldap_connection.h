@@ -99,7 +99,7 @@ class LdapConnection {
   void refuseReferral(const std::string& what, const Outcome& outcome);
   std::vector<LdapEntry> entriesOf(LDAPMessage* message);
   LdapEntry entryOf(LDAPMessage* message);
-  std::vector<std::string> valuesOf(LDAPMessage* entry);
+  std::vector<std::string> valuesOf(LDAPMessage* entry, BerElement* position);
 
   bool timedOut(int code) const;
   std::string reasonOf(int code) const;

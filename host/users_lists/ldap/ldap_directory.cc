@@ -42,6 +42,16 @@ void IdleConnections::put(std::unique_ptr<LdapConnection> connection) {
   idle_.push_back({std::move(connection), Clock::now()});
 }
 
+void IdleConnections::closeAll(const std::string& url) {
+  std::vector<Idle> closed;  // when the lock is no longer held
+  const std::lock_guard lock(mutex_);
+  abandonInherited();
+  const auto others = std::stable_partition(idle_.begin(), idle_.end(),
+                                            [&](const Idle& idle) { return idle.connection->url() != url; });
+  closed.assign(std::make_move_iterator(others), std::make_move_iterator(idle_.end()));
+  idle_.erase(others, idle_.end());
+}
+
 LdapDirectory::LdapDirectory(LdapProfileConfig profile, DirectorySettings settings)
     : profile_(std::move(profile)), settings_(settings), idle_(settings.longestIdle) {
   for (const std::string& url : profile_.urls) servers_.push_back(std::make_unique<Server>(url, settings_.pause));
@@ -76,9 +86,15 @@ bool LdapDirectory::performWithKept(const Operation& operation) {
     return true;
   } catch (const ServerFailed& failure) {
     // A server that closed the connection while it waited is not at fault; one that keeps us waiting is.
-    if (failure.timedOut()) server.breaker.failed(CircuitBreaker::Clock::now(), failure.what());
+    if (failure.timedOut()) failed(server, failure);
     return false;
   }
+}
+
+/// What is kept of a server that keeps us waiting would have each of its next users wait as long.
+void LdapDirectory::failed(Server& server, const ServerFailed& failure) {
+  server.breaker.failed(CircuitBreaker::Clock::now(), failure.what());
+  if (failure.timedOut()) idle_.closeAll(server.url);
 }
 
 bool LdapDirectory::performWith(Server& server, const Operation& operation, std::string& failures) {
@@ -91,7 +107,7 @@ bool LdapDirectory::performWith(Server& server, const Operation& operation, std:
     use(server, std::make_unique<LdapConnection>(profile_, server.url), operation);
     return true;
   } catch (const ServerFailed& failure) {
-    server.breaker.failed(CircuitBreaker::Clock::now(), failure.what());
+    failed(server, failure);
     failures += failure.what();
     return false;
   }

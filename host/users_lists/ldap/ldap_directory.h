@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "host/common/host_config.h"
-#include "host/users_lists/ldap/circuit_breaker.h"
+#include "host/users_lists/circuit_breaker.h"
 #include "host/users_lists/ldap/group_owners.h"
 #include "host/users_lists/ldap/ldap_connection.h"
 
@@ -33,6 +33,9 @@ class IdleConnections {
 
   /// Keeps a usable connection.
   void put(std::unique_ptr<LdapConnection> connection);
+
+  /// Closes all connections with the server at this URL.
+  void closeAll(const std::string& url);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -83,6 +86,7 @@ class LdapDirectory {
   bool performWithKept(const Operation& operation);
   bool performWith(Server& server, const Operation& operation, std::string& failures);
   void use(Server& server, std::unique_ptr<LdapConnection> connection, const Operation& operation);
+  void failed(Server& server, const ServerFailed& failure);
   void keep(Server& server, std::unique_ptr<LdapConnection> connection);
   Server& serverOf(const std::string& url);
 

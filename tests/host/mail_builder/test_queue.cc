@@ -152,7 +152,7 @@ TEST_F(QueueTest, WhatIsDueIsTriedAndWhatIsTooOldIsGivenUp) {
   root.write("var/spool/velmar/new/version-one",
              "Velmar-Spool: 1\nId: version-one\nSender: \nRecipient: t@x\nNotify: never\nQueued: 7\n\nm\r\n");
   EXPECT_EQ(flush(), "1 2 2 0 1 0");
-  EXPECT_EQ(server.tried, "version-one old old-but-taken clock-ran-ahead due ");
+  EXPECT_EQ(server.tried, "version-one old old-but-taken due clock-ran-ahead ");
   EXPECT_THAT(log, HasSubstr("mail-refused(old p@x 550 no)mail-given-up(old t@x 450 later)"));
   EXPECT_EQ(spool(),
             "failed t 1 450 later;failed tp 100 t@x: 450 later; p@x: 550 no;failed a 99 old;waiting t 2 450 later;"
@@ -166,11 +166,11 @@ TEST_F(QueueTest, AnUnusableServerHoldsAllMailsUntilItsTimeOrAnAdministratorCome
   EXPECT_EQ(flush(), "0 1 0 0 0 2");
   EXPECT_EQ(flush(), "0 0 0 0 0 3");
   EXPECT_EQ(flush(true), "0 1 0 0 0 2");
-  EXPECT_EQ(server.tried, "1 1 ");
+  EXPECT_EQ(server.tried, "1 2 ");
   EXPECT_EQ(Host::queueHold().failures, 2);
   EXPECT_NEAR(static_cast<double>(Host::queueHold().until), static_cast<double>(now + 600), 20);
   Host::retryQueued("3");
-  EXPECT_EQ(flush(), "0 1 0 0 1 1");  // 1 is not due, 2 finds the server as it was, 3 waits for it
+  EXPECT_EQ(flush(), "0 1 0 0 0 2");  // 3 finds the server as it was, the others wait for it
   root.write("var/spool/velmar/hold", "1 " + std::to_string(now - 1) + " was down\n");
   for (const char* id : {"1", "2", "3"}) Host::dropQueued(id);
   queue("4", "a");
@@ -180,6 +180,34 @@ TEST_F(QueueTest, AnUnusableServerHoldsAllMailsUntilItsTimeOrAnAdministratorCome
     root.write("var/spool/velmar/hold", damaged);
     EXPECT_EQ(Host::queueHold().failures, 0) << damaged;
   }
+}
+
+TEST_F(QueueTest, AMailThatMakesTheServerUnusableComesAfterTheOthers) {
+  for (const char* id : {"poison", "z-other"}) place(std::string("new/") + id, "u@x", 20, 3, -1);
+  root.write("var/spool/velmar/hold", "3 1 unusable\n");
+  for (const char* id : {"1", "2"}) queue(id, "a");
+  EXPECT_EQ(flush(), "2 1 0 0 0 1");
+  EXPECT_EQ(server.tried, "1 2 poison ");
+  EXPECT_EQ(Host::queueHold().failures, 1);  // it worked in between
+}
+
+TEST_F(QueueTest, WhatComesInDuringARoundGoesWithIt) {
+  server.onMail = [](const Host::QueuedMail& mail) {
+    if (mail.id < "3") queue(std::to_string(std::stoi(mail.id) + 1), "a");
+  };
+  queue("1", "a");
+  place("new/t", "t@x", 10, 1, -1);
+  EXPECT_EQ(flush(), "3 1 0 0 0 0");
+}
+
+TEST_F(QueueTest, WhatCannotBeNotedKeepsNoOtherMailWaiting) {
+  server.onMail = [&](const Host::QueuedMail& /*mail*/) { fs::remove_all(root / "var/spool/velmar/tmp"); };
+  for (const char* letters : {"t", "a"}) queue(letters, letters);
+  EXPECT_EQ(flush(), "1 1 0 0 0 0");
+  EXPECT_THAT(problems, HasSubstr("t 450 later; not noted: "));
+  queue("z", "ta");  // has been taken for one: going on would deliver more of them twice
+  EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("tmp/z."));
+  EXPECT_EQ(spool(), "waiting t 0 ;waiting ta 0 ;");
 }
 
 TEST_F(QueueTest, UnreadableFilesAreNamedAndStopNothing) {
@@ -246,6 +274,12 @@ TEST_F(QueueTest, WhatRootDoesByHandBelongsToTheOwnerOfTheSpool) {
     ASSERT_EQ(::lstat(entry.path().c_str(), &status), 0);
     EXPECT_TRUE(status.st_uid == kService && status.st_gid == kService) << entry.path();
   }
+  // But nothing that the service has put in the place of a directory.
+  fs::remove_all(root / "var/spool/velmar/failed");
+  root.write("secret", "");
+  fs::create_hard_link(root / "secret", root / "var/spool/velmar/failed");
+  EXPECT_THAT(thrownBy([&] { flush(); }), HasSubstr("failed cannot be opened: Not a directory"));
+  EXPECT_EQ(Host::statusOf(Host::openSpoolFile(root / "secret", O_RDONLY), "secret").st_uid, 0U);
 }
 
 TEST_F(QueueTest, AFullDiskRefusesNewMails) {

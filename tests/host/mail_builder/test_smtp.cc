@@ -201,8 +201,9 @@ TEST_P(SmtpDialogue, VerdictsAndBytes) {
       {"ab", "S;250 ok;250 ok;550 no;452 4.3.1 full", "TP", "452 4.3.1 full|550 no|", "MabD"},
       {"ab", "S;250 ok;250 ok;450 no;354;554 5.7.1 spam", "PT", "554 5.7.1 spam|450", "MabDB"},
       // more recipients than it takes at once; than it takes at all
-      {"abc", "S;250 ok;250 ok;452 4.5.3 enough;552 enough;354;250 one;250 ok;250 ok;452 4.3.1 full;354;250 two", "AAT",
-       "250 one|250 two|452 4.3.1 full|", "MabcDBMbcDB"},
+      {"abc", "S;250 ok;250 ok;552 enough;354;250 one;250 ok;250 ok;452 4.3.1 full;354;250 two", "AAT",
+       "250 one|250 two|452 4.3.1 full|", "MabDBMbcDB"},
+      {"abc", "S;250 ok;452 full;250 ok;250 ok;354;250 one;250 ok;452 full", "TAA", "452 full|250 one", "MabcDBMa"},
       {"ab", "S;250 ok;250 ok;452 4.5.3 enough;354;450 no", "TT", "450 no|452 4.5.3 enough|", "MabDB"},
       {"a", "S;250 ok;552 5.5.3 enough", "T", "552 5.5.3", "Ma"},
       {"ab", "S;250 ok;550 no;421 4.3.2 bye", "PT!", "550 no|421 4.3.2 bye|", ""},
@@ -217,7 +218,8 @@ TEST_P(SmtpDialogue, VerdictsAndBytes) {
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.script);
-    Server server(scriptsOf(one.script), GetParam());
+    // What must be there before its time comes at once: byte by byte it could be late.
+    Server server(scriptsOf(one.script), GetParam() && std::string_view(one.wantText) != "out of turn");
     std::string got, text;
     {
       const auto transport = Host::makeSmtpTransport(configOf(server.url), "gw.test");
@@ -249,6 +251,7 @@ TEST(Smtp, WhatTheServerDoesNotOfferIsNotAskedOfIt) {
       {{a}, large, kFull, "P", "93 bytes, the server takes at most 90", "QUIT"},
       {{a}, large, "250-mx\r\n250 SIZE", "A", "ok", "MAIL FROM:<s@x.test> SIZE=93\r\n"},
       {{utf8, a}, "a", kPlain, "PA", "needs SMTPUTF8", "MAIL FROM:<s@x.test>\r\nRCPT TO:<a@"},
+      {{"\">\"@x", a}, "a", kPlain, "PA", "holds \"<\" or", "MAIL FROM:<s@x.test>\r\nRCPT TO:<a@"},
       {{utf8},
        "a\r\n\r\n" + ue,
        kFull,
@@ -271,7 +274,8 @@ TEST(Smtp, WhatTheServerDoesNotOfferIsNotAskedOfIt) {
 }
 
 void expectLossAtStep(const Script& whole, std::size_t step, const std::string& end) {
-  static const std::string want[] = {"TT!", "TT!", "TT!", "TT", "PT", "PT", "PT"};
+  static const std::string want[] = {"TT", "TT", "TT", "TT", "PT", "PT", "PT"};
+  const bool unusable = step < 3 || end != kClose;  // whoever is silent for one mail is so for all
   SCOPED_TRACE(std::to_string(step) + " " + end + " " + whole[1]);
   Script script(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(step));
   script.push_back(end);
@@ -280,7 +284,7 @@ void expectLossAtStep(const Script& whole, std::size_t step, const std::string& 
   const auto handOver =
       Host::makeSmtpTransport(configOf(server.url), "gw.test")->send(mailTo({"a@x.test", "b@x.test"}));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
-  EXPECT_EQ(verdicts(handOver), want[step]) << texts(handOver);
+  EXPECT_EQ(verdicts(handOver), want[step] + (unusable ? "!" : "")) << texts(handOver);
   EXPECT_EQ(texts(handOver).find("may arrive twice") != std::string::npos, step + 1 == whole.size());
 }
 
@@ -356,9 +360,10 @@ TEST(SmtpEnvelope, WhatMustNotBeSent) {
   }
   for (const char* bad : {"a@x\r\nRCPT TO:<b@x>", "a@x> NOTIFY=NEVER", "a b@x", "<a@x>", "a@x y", "a", "@x", "a@",
                           "\"a\"b@x", "\"a\\\"@x", "\"a\nb\"@x", "\"a>b\"@x", "a@[::1", "\xff@x", "a,b@x", "a@x\x7f"}) {
-    QueuedMail asRecipient = mailTo({"ok@x", bad});
-    EXPECT_THAT(thrownBy([&] { Host::OutgoingMail(asRecipient).wire(); }), HasSubstr("the recipient")) << bad;
-    EXPECT_NE(Host::envelopeAddressFault(bad), "") << bad;
+    QueuedMail mail = mailTo({"ok@x", bad});
+    EXPECT_THAT(Host::OutgoingMail(mail).recipientRefusal(1, {}), HasSubstr("the address \"")) << bad;
+    mail.sender = bad;
+    EXPECT_THAT(thrownBy([&] { Host::OutgoingMail(mail).wire(); }), HasSubstr("the sender")) << bad;
   }
   EXPECT_NE(Host::envelopeAddressFault("a\0@x"s), "");
   EXPECT_NE(Host::envelopeAddressFault(std::string(319, 'a') + "@x"), "");

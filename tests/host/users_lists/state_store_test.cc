@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <future>
 #include <thread>
 
 #include "tests/host/users_lists/lists.h"
@@ -37,7 +38,7 @@ FOR_EACH_STORE(StateStore);
 
 TEST_P(StateStore, ChangeWaitsForAnotherAndThenThrows) {
   const auto other = otherProgram();
-  Host::threadDatabase().beginChange(*other);
+  Host::threadDatabase().beginChange(*other, 50ms);
   const std::string want = onServer ? "canceling statement due to lock timeout" : "database is locked";
   EXPECT_THAT(thrownBy([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr(want));
   EXPECT_TRUE(listHolds("u@d", "l", "a@x")) << "readers do not wait for the writer";
@@ -117,19 +118,40 @@ TEST_P(StateStore, ProcessesAndThreadsCreateAndShareAStore) {
   }
 }
 
-TEST_P(StateStore, ChildOfAProgramThatHasTheStoreOpenOpensItAnew) {
-  const soci::session* inherited = &Host::threadState().sql;
+TEST_P(StateStore, ChildAndParentLoseNothingOfEachOther) {
+  ASSERT_TRUE(listHolds("u@d", "l", "a@x"));
   const pid_t child = ::fork();
   if (child == 0) {
-    const bool anew = &Host::threadState().sql != inherited && listHolds("u@d", "l", "a@x");
+    Host::addListEntry("u@d", "l", "b@x");
+    ::raise(SIGSTOP);  // until the parent has closed the store
+    Host::addListEntry("u@d", "l", "c@x");
     Host::dropThreadState();
-    ::_exit(anew ? 0 : 1);
+    ::_exit(0);
   }
+  ::waitpid(child, nullptr, WUNTRACED);
+  EXPECT_TRUE(listHolds("u@d", "l", "b@x"));
+  Host::dropThreadState();
+  ::kill(child, SIGCONT);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_THAT(namesOf("u@d", "l"), ::testing::ElementsAre("a@x", "b@x", "c@x"));
+}
+
+TEST_P(StateStore, ChildRefusesAFileThatAnotherThreadHadOpen) {
+  std::promise<void> opened, over;
+  std::thread other([&] {
+    listHolds("u@d", "l", "a@x");
+    opened.set_value();
+    over.get_future().wait();
+  });
+  opened.get_future().wait();
+  const std::string want = onServer ? "nothing thrown" : "before this process was forked";
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(thrownBy([] { namesOf("u@d", "l"); }).find(want) == std::string::npos ? 1 : 0);
   int status = -1;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
-  EXPECT_TRUE(listHolds("u@d", "l", "a@x"));
-  EXPECT_EQ(&Host::threadState().sql, inherited) << "the child left it alone";
+  over.set_value();
+  other.join();
 }
 
 class FileStore : public ::testing::Test {
@@ -145,11 +167,13 @@ class FileStore : public ::testing::Test {
   TempRoot root{"velmar test = "};
 };
 
-TEST_F(FileStore, ReaderWaitsForAnExclusiveLockAndThenThrows) {
+TEST_F(FileStore, ReadersWaitOnceForAnExclusiveLockAndThenThrow) {
+  Host::setStateLockTimeout(1s);
   const auto other = otherProgram();
   *other << "PRAGMA locking_mode = EXCLUSIVE";
   *other << "BEGIN EXCLUSIVE";
   expectAllFail("database is locked");
+  EXPECT_THAT(thrownBy([] { listHolds("u@d", "l", "a@x"); }), HasSubstr("not tried for another 10 s after "));
 }
 
 TEST_F(FileStore, DatabaseOfAnotherProgramIsLeftAlone) {

@@ -1,7 +1,7 @@
-// Decides whether a server is tried. Called by the directory before it connects and after each look-up. It does not
-// wait, and knows no clock of its own.
+// Decides whether a server is tried. Called by the directory before it connects and after each look-up, and by the
+// state store when it opens its file or database. It does not wait, and knows no clock of its own.
 
-#include "host/users_lists/ldap/circuit_breaker.h"
+#include "host/users_lists/circuit_breaker.h"
 
 namespace Velmar::Host {
 
