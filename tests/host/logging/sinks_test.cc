@@ -110,7 +110,7 @@ TEST(StderrSink, DropsAndCountsLinesThatNobodyReads) {
   const std::string line = std::string(99'999, 'x') + "\n";  // more than the pipe takes: the first one is cut
   const auto before = std::chrono::steady_clock::now();
   for (int i = 0; i < 30; ++i) sink.write(line);
-  EXPECT_LT(std::chrono::steady_clock::now() - before, 3s) << "each waited";
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 5s) << "each waited";
   const std::string cut = pipe.read();
   EXPECT_TRUE(line.starts_with(cut)) << cut.size();
   sink.write("next\n");

