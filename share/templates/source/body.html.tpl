@@ -1,0 +1,108 @@
+{{%AUTOESCAPE context="HTML"}}<!DOCTYPE html>
+<html lang="@@=lang@@" dir="@@=dir@@">
+<head>
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<meta name="color-scheme" content="light dark">
+<meta name="supported-color-schemes" content="light dark">
+<title>@@Spam quarantine@@</title>
+{{! The frame is styled in place. What repeats for each message is short, because some mail services cut a page after
+about 100 kB, and improved here: where this block is not honoured, rows still show as a table of plain links. }}
+<style>
+:root { color-scheme: light dark; }
+.list th, .list td { overflow-wrap: anywhere; word-break: break-word; }
+.sender b { font-weight: 600; }
+.sender span, .date { font-size: 13px; color: #52626e; }
+.act { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #c3ced6; border-radius: 6px; text-decoration: none; text-align: center; white-space: nowrap; }
+.act img { vertical-align: middle; margin: -3px 4px -3px -4px; }
+@media (max-width: 560px) {
+  .page { padding: 0 !important; }
+  .card { border: 0 !important; border-radius: 0 !important; }
+  .list, .list tbody, .list tr, .list td, .list th { display: block; width: auto; }
+  .list thead { position: absolute; left: -9999px; }
+  .list tr { border-bottom: 1px solid #d5dde3; padding: 10px 16px; }
+  .list td, .list th { border: 0 !important; padding: 2px 0 !important; }
+  .act { display: inline-block; margin: 6px 4px 0 0; padding: 9px 12px; }
+}
+@media (prefers-color-scheme: dark) {
+  .page { background: #12171b !important; }
+  .card, .odd { background: #1c2329 !important; }
+  .even { background: #212a31 !important; }
+  .card, .card td, .card th, .card p, .card h1, .list tr, .act { color: #e3eaef !important; border-color: #46535e !important; }
+  .card .quiet, .card .sender span, .card .date { color: #a9b7c2 !important; }
+  .card p a { color: #8cc4ee !important; }
+}
+</style>
+</head>
+<body dir="@@=dir@@" style="margin:0;padding:0">
+<table role="presentation" class="page" width="100%" cellpadding="0" cellspacing="0" border="0" style="background:#eff3f6;padding:16px 8px">
+<tr><td align="center">
+<table role="presentation" class="card" width="100%" cellpadding="0" cellspacing="0" border="0" style="max-width:760px;background:#ffffff;border:1px solid #d5dde3;border-radius:8px;font-family:'Segoe UI',Roboto,Helvetica,Arial,sans-serif;font-size:15px;line-height:1.45;color:#1d2b36;text-align:@@=start@@">
+@# Shown in place of the picture at the top of the report, when pictures are not loaded.
+<tr><td align="@@=start@@" style="padding:18px 16px 0">{{TITLE_LOGO:x-alt=@@Logo@@:h:x-img-cid=TITLE_LOGO:none}}</td></tr>
+<tr><td align="@@=start@@" style="padding:10px 16px 14px">
+<h1 style="margin:0 0 6px;font-size:21px;line-height:1.25;font-weight:600;color:#1d2b36">@@{{QUARANTINE_MESSAGES_COUNT}} message held in your spam quarantine||{{QUARANTINE_MESSAGES_COUNT}} messages held in your spam quarantine@@</h1>
+@# Below the heading: whose messages these are, and where. MAILBOX_ADDRESS is a mail address, SITE_NAME the name of the
+@# mail site, such as mail.example.org.
+<p class="quiet" style="margin:0;color:#52626e">@@{{MAILBOX_ADDRESS}} at {{SITE_NAME}}@@</p>
+@# The time that the report covers: two dates with times, then the name of the time zone, such as "CET, UTC+01:00".
+<p class="quiet" style="margin:0 0 10px;color:#52626e">@@{{QUARANTINE_PERIOD_FROM}} to {{QUARANTINE_PERIOD_TO}} ({{TIME_ZONE}})@@</p>
+<p style="margin:0 0 6px">@@These messages look like spam, so they were kept out of your inbox. You need not do anything about those that you do not want.@@</p>
+@# "Release" and "Delete" must be the same words as on the buttons below.
+<p style="margin:0">@@“Release” delivers a message to your mailbox. “Delete” removes it for good.@@{{#SPAM_WEB_ACTION}}
+@# About the buttons in the column "On the web".
+@@On the web, a page is shown first, where you confirm.@@{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
+@# About the buttons in the column "By mail".
+@@By mail, your mail program opens a prepared message: send it as it is.@@{{/SPAM_EMAIL_ACTION}}</p>
+</td></tr>
+<tr><td style="padding:0">
+@# Name of the table, read out by screen readers.
+<table class="list" width="100%" cellpadding="8" cellspacing="0" border="0" aria-label="@@Held messages@@" style="border-collapse:collapse">
+{{#TABLE_HEADER}}<thead>
+<tr style="font-size:13px;color:#52626e">
+@# Head of the column that shows number, sender, subject and date of a message.
+<th class="quiet" scope="col" align="@@=start@@" style="border-bottom:2px solid #d5dde3;padding-@@=start@@:16px">@@Message@@</th>
+{{#SPAM_WEB_ACTION}}
+@# Head of the column with the buttons "Release" and "Delete" that open a web page.
+<th class="quiet" scope="col" align="@@=start@@" style="border-bottom:2px solid #d5dde3">@@On the web@@</th>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
+@# Head of the column with the buttons "Release" and "Delete" that write a mail.
+<th class="quiet" scope="col" align="@@=start@@" style="border-bottom:2px solid #d5dde3">@@By mail@@</th>
+{{/SPAM_EMAIL_ACTION}}</tr>
+</thead>
+{{/TABLE_HEADER}}<tbody>
+{{#QUARANTINE_MESSAGES_TABLE}}<tr {{#ODD_ROW}}class="odd"{{/ODD_ROW}}{{#EVEN_ROW}}class="even" bgcolor="#f7f9fa"{{/EVEN_ROW}}>
+<th scope="row" align="@@=start@@" valign="top" style="border-bottom:1px solid #d5dde3;padding-@@=start@@:16px;font-weight:400">
+@# Stands in place of the sender, or of the subject, of a message that has none.
+<div class="sender">{{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{#WITH_SENDER_NAME}}<b dir="auto">{{SENDER_NAME:x-inert=80}}</b> {{/WITH_SENDER_NAME}}{{#WITH_SENDER_ADDRESS}}<span dir="ltr">&lt;{{SENDER_ADDRESS:x-inert=120}}&gt;</span>{{/WITH_SENDER_ADDRESS}}</div>
+<div class="subject" dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=160}}</div>
+<div class="date">{{ROW_NUMBER}} · {{ORIG_DATE}}</div></th>
+{{#SPAM_WEB_ACTION}}<td valign="top" width="1%" style="border-bottom:1px solid #d5dde3">
+@# A button that delivers the message to the mailbox.
+@# "Release message 3" is what screen readers say of the button "Release" of the third message; it should contain the
+@# word of the button.
+<a class="act" href="{{RELEASE_URL}}" aria-label="@@Release message {{ROW_NUMBER}}@@">{{ICON_RELEASE:x-alt=:h:x-img-cid=ICON_RELEASE:none}}@@Release@@</a>
+<a class="act" href="{{DELETE_URL}}" aria-label="@@Delete message {{ROW_NUMBER}}@@">{{ICON_DELETE:x-alt=:h:x-img-cid=ICON_DELETE:none}}@@Delete@@</a></td>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td valign="top" width="1%" style="border-bottom:1px solid #d5dde3">
+<a class="act" href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release message {{ROW_NUMBER}} by mail@@">@@Release by mail@@</a>
+<a class="act" href="{{DELETE_EMAIL_ADDR:h:none}}" aria-label="@@Delete message {{ROW_NUMBER}} by mail@@">@@Delete by mail@@</a></td>
+{{/SPAM_EMAIL_ACTION}}</tr>
+{{/QUARANTINE_MESSAGES_TABLE}}</tbody>
+</table>
+</td></tr>
+<tr><td align="@@=start@@" style="padding:18px 16px 8px">
+{{#SPAM_WEB_ACTION}}<p style="margin:0 0 8px"><a href="{{DELETE_ALL_URL}}" style="color:#1a5a86">@@Delete all of these messages on the web@@</a></p>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<p style="margin:0 0 8px"><a href="{{DELETE_ALL_EMAIL_ADDR:h:none}}" style="color:#1a5a86">@@Delete all of these messages by mail@@</a></p>
+{{/SPAM_EMAIL_ACTION}}{{#SPAM_OTHER_ACTION}}
+@# A link to the reader's settings on the web.
+<p style="margin:0 0 8px"><a href="{{PREFERENCE_URL}}" style="color:#1a5a86">@@Change your quarantine preferences@@</a></p>
+{{/SPAM_OTHER_ACTION}}</td></tr>
+<tr><td align="@@=start@@" class="quiet" style="padding:0 16px 18px;font-size:13px;color:#52626e">
+<p class="quiet" style="margin:0 0 6px">@@You receive this report because {{SITE_NAME}} holds messages for {{MAILBOX_ADDRESS}} that look like spam.@@ @@Your mail administrators can change or stop these reports.@@</p>
+{{#SPAM_WEB_ACTION}}<p class="quiet" style="margin:0">@@The links work without a password, so please do not forward this report.@@</p>
+{{/SPAM_WEB_ACTION}}</td></tr>
+</table>
+</td></tr>
+</table>
+</body>
+</html>
