@@ -5,32 +5,37 @@
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <meta name="color-scheme" content="light dark">
 <meta name="supported-color-schemes" content="light dark">
+<meta name="format-detection" content="telephone=no,date=no,address=no,email=no,url=no">
 <title>@@Spam quarantine@@</title>
 {{! The frame is styled in place. What repeats for each message is short, because some mail services cut a page after
 about 100 kB, and improved here: where this block is not honoured, rows still show as a table of plain links. }}
 <style>
 :root { color-scheme: light dark; }
-.list th, .list td { overflow-wrap: anywhere; word-break: break-word; }
+.list th, .list td { overflow-wrap: anywhere; word-break: break-word; border-bottom: 1px solid #d5dde3; font-weight: 400; }
+.list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
+.list th:first-child { padding-@@=start@@: 16px; }
 .sender b { font-weight: 600; }
 .sender span, .date { font-size: 13px; color: #52626e; }
-.act { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #c3ced6; border-radius: 6px; text-decoration: none; text-align: center; white-space: nowrap; }
-.act img { vertical-align: middle; margin: -3px 4px -3px -4px; }
+.act { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #c3ced6; border-radius: 6px; background: #ffffff; color: #1d2b36; text-decoration: none; text-align: center; white-space: nowrap; }
+.act img, .card p img { vertical-align: middle; margin: -3px 4px -3px -4px; }
 @media (max-width: 560px) {
   .page { padding: 0 !important; }
   .card { border: 0 !important; border-radius: 0 !important; }
   .list, .list tbody, .list tr, .list td, .list th { display: block; width: auto; }
-  .list thead { position: absolute; left: -9999px; }
+  .list thead { display: none; }
   .list tr { border-bottom: 1px solid #d5dde3; padding: 10px 16px; }
   .list td, .list th { border: 0 !important; padding: 2px 0 !important; }
   .act { display: inline-block; margin: 6px 4px 0 0; padding: 9px 12px; }
+  .list td + td .act { margin: 0 8px 0 0; padding: 9px 2px; border: 0; background: transparent; color: #1a5a86; font-size: 13px; text-decoration: underline; }
 }
 @media (prefers-color-scheme: dark) {
   .page { background: #12171b !important; }
   .card, .odd { background: #1c2329 !important; }
   .even { background: #212a31 !important; }
   .card, .card td, .card th, .card p, .card h1, .list tr, .act { color: #e3eaef !important; border-color: #46535e !important; }
+  .act { background: transparent !important; }
+  .list td + td .act, .card p a { color: #8cc4ee !important; }
   .card .quiet, .card .sender span, .card .date { color: #a9b7c2 !important; }
-  .card p a { color: #8cc4ee !important; }
 }
 </style>
 </head>
@@ -59,40 +64,39 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 @# Name of the table, read out by screen readers.
 <table class="list" width="100%" cellpadding="8" cellspacing="0" border="0" aria-label="@@Held messages@@" style="border-collapse:collapse">
 {{#TABLE_HEADER}}<thead>
-<tr style="font-size:13px;color:#52626e">
+<tr>
 @# Head of the column that shows number, sender, subject and date of a message.
-<th class="quiet" scope="col" align="@@=start@@" style="border-bottom:2px solid #d5dde3;padding-@@=start@@:16px">@@Message@@</th>
+<th class="quiet" scope="col" align="@@=start@@">@@Message@@</th>
 {{#SPAM_WEB_ACTION}}
 @# Head of the column with the buttons "Release" and "Delete" that open a web page.
-<th class="quiet" scope="col" align="@@=start@@" style="border-bottom:2px solid #d5dde3">@@On the web@@</th>
+<th class="quiet" scope="col" align="@@=start@@" width="1%">@@On the web@@</th>
 {{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
 @# Head of the column with the buttons "Release" and "Delete" that write a mail.
-<th class="quiet" scope="col" align="@@=start@@" style="border-bottom:2px solid #d5dde3">@@By mail@@</th>
+<th class="quiet" scope="col" align="@@=start@@" width="1%">@@By mail@@</th>
 {{/SPAM_EMAIL_ACTION}}</tr>
 </thead>
-{{/TABLE_HEADER}}<tbody>
+{{/TABLE_HEADER}}<tbody valign="top">
 {{#QUARANTINE_MESSAGES_TABLE}}<tr {{#ODD_ROW}}class="odd"{{/ODD_ROW}}{{#EVEN_ROW}}class="even" bgcolor="#f7f9fa"{{/EVEN_ROW}}>
-<th scope="row" align="@@=start@@" valign="top" style="border-bottom:1px solid #d5dde3;padding-@@=start@@:16px;font-weight:400">
+<th scope="row" align="@@=start@@">
 @# Stands in place of the sender, or of the subject, of a message that has none.
-<div class="sender">{{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{#WITH_SENDER_NAME}}<b dir="auto">{{SENDER_NAME:x-inert=80}}</b> {{/WITH_SENDER_NAME}}{{#WITH_SENDER_ADDRESS}}<span dir="ltr">&lt;{{SENDER_ADDRESS:x-inert=120}}&gt;</span>{{/WITH_SENDER_ADDRESS}}</div>
-<div class="subject" dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=160}}</div>
+<div class="sender"><b dir="auto">{{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{SENDER_NAME:x-inert=60}}</b> <span dir="ltr">{{#WITH_SENDER_ADDRESS}}&lt;{{SENDER_ADDRESS:x-inert=100}}&gt;{{/WITH_SENDER_ADDRESS}}</span></div>
+<div class="subject" dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=120}}</div>
 <div class="date">{{ROW_NUMBER}} · {{ORIG_DATE}}</div></th>
-{{#SPAM_WEB_ACTION}}<td valign="top" width="1%" style="border-bottom:1px solid #d5dde3">
+{{#SPAM_WEB_ACTION}}<td>
 @# A button that delivers the message to the mailbox.
 @# "Release message 3" is what screen readers say of the button "Release" of the third message; it should contain the
 @# word of the button.
 <a class="act" href="{{RELEASE_URL}}" aria-label="@@Release message {{ROW_NUMBER}}@@">{{ICON_RELEASE:x-alt=:h:x-img-cid=ICON_RELEASE:none}}@@Release@@</a>
 <a class="act" href="{{DELETE_URL}}" aria-label="@@Delete message {{ROW_NUMBER}}@@">{{ICON_DELETE:x-alt=:h:x-img-cid=ICON_DELETE:none}}@@Delete@@</a></td>
-{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td valign="top" width="1%" style="border-bottom:1px solid #d5dde3">
-<a class="act" href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release message {{ROW_NUMBER}} by mail@@">@@Release by mail@@</a>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a class="act" href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release message {{ROW_NUMBER}} by mail@@">@@Release by mail@@</a>
 <a class="act" href="{{DELETE_EMAIL_ADDR:h:none}}" aria-label="@@Delete message {{ROW_NUMBER}} by mail@@">@@Delete by mail@@</a></td>
 {{/SPAM_EMAIL_ACTION}}</tr>
 {{/QUARANTINE_MESSAGES_TABLE}}</tbody>
 </table>
 </td></tr>
 <tr><td align="@@=start@@" style="padding:18px 16px 8px">
-{{#SPAM_WEB_ACTION}}<p style="margin:0 0 8px"><a href="{{DELETE_ALL_URL}}" style="color:#1a5a86">@@Delete all of these messages on the web@@</a></p>
-{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<p style="margin:0 0 8px"><a href="{{DELETE_ALL_EMAIL_ADDR:h:none}}" style="color:#1a5a86">@@Delete all of these messages by mail@@</a></p>
+{{#SPAM_WEB_ACTION}}<p style="margin:0 0 8px"><a href="{{DELETE_ALL_URL}}" style="color:#1a5a86">{{ICON_DELALL:x-alt=:h:x-img-cid=ICON_DELALL:none}}@@Delete all of these messages on the web@@</a></p>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<p style="margin:0 0 8px"><a href="{{DELETE_ALL_EMAIL_ADDR:h:none}}" style="color:#1a5a86">{{ICON_DELALL:x-alt=:h:x-img-cid=ICON_DELALL:none}}@@Delete all of these messages by mail@@</a></p>
 {{/SPAM_EMAIL_ACTION}}{{#SPAM_OTHER_ACTION}}
 @# A link to the reader's settings on the web.
 <p style="margin:0 0 8px"><a href="{{PREFERENCE_URL}}" style="color:#1a5a86">@@Change your quarantine preferences@@</a></p>

@@ -13,7 +13,7 @@
 @# In the plain text these words stand at the beginning of a line, before a date, a sender, a subject, an address. Keep
 @# the colon, or what your language writes in its place.
 {{#QUARANTINE_MESSAGES_TABLE}}{{ROW_NUMBER}}. {{ORIG_DATE}}
-  @@From:@@ {{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{#WITH_SENDER_NAME}}{{SENDER_NAME:x-inert-text=200}}{{/WITH_SENDER_NAME}}{{#WITH_SENDER_ADDRESS}} <{{SENDER_ADDRESS:x-inert-text=200}}>{{/WITH_SENDER_ADDRESS}}
+  @@From:@@ {{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{#WITH_SENDER_NAME}}{{SENDER_NAME:x-inert-text=200}} {{/WITH_SENDER_NAME}}{{#WITH_SENDER_ADDRESS}}<{{SENDER_ADDRESS:x-inert-text=200}}>{{/WITH_SENDER_ADDRESS}}
   @@Subject:@@ {{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert-text=300}}{{#SPAM_WEB_ACTION}}
 @# In the plain text, before a link on a line of its own.
   @@Release on the web:@@
