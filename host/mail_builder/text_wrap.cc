@@ -44,10 +44,11 @@ bool mayBreak(const icu::UnicodeString& text, int32_t place) {
   return text[place - 1] == u' ' || text[place - 1] >= 0x80 || text[place] >= 0x80;
 }
 
-/// A word that means the same in pieces: letters, digits and marks only.
+/// A word that means the same in pieces: letters, digits and marks only, perhaps cut off by an ellipsis.
 bool isPlainWord(const icu::UnicodeString& word) {
   for (int32_t i = 0; i < word.length(); i = word.moveIndex32(i, 1)) {
-    if (!u_isalnum(word.char32At(i)) && (U_GET_GC_MASK(word.char32At(i)) & U_GC_M_MASK) == 0) return false;
+    const UChar32 c = word.char32At(i);
+    if (!u_isalnum(c) && (U_GET_GC_MASK(c) & U_GC_M_MASK) == 0 && c != 0x2026) return false;
   }
   return true;
 }

@@ -15,18 +15,21 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 .list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
 .list th:first-child { padding-@@=start@@: 16px; }
 .sender b { font-weight: 600; }
+.sender span { display: inline-block; }
 .sender span, .date { font-size: 13px; color: #52626e; }
 .act { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #c3ced6; border-radius: 6px; background: #ffffff; color: #1d2b36; text-decoration: none; text-align: center; white-space: nowrap; }
-.act img, .card p img { vertical-align: middle; margin: -3px 4px -3px -4px; }
+.act img, .card p img { vertical-align: middle; margin: -3px 2px; }
 @media (max-width: 560px) {
   .page { padding: 0 !important; }
   .card { border: 0 !important; border-radius: 0 !important; }
+  .card p { font-size: 14px; }
+  .card h1 { font-size: 18px !important; }
   .list, .list tbody, .list tr, .list td, .list th { display: block; width: auto; }
   .list thead { display: none; }
   .list tr { border-bottom: 1px solid #d5dde3; padding: 10px 16px; }
   .list td, .list th { border: 0 !important; padding: 2px 0 !important; }
   .act { display: inline-block; margin: 6px 4px 0 0; padding: 9px 12px; }
-  .list td + td .act { margin: 0 8px 0 0; padding: 9px 2px; border: 0; background: transparent; color: #1a5a86; font-size: 13px; text-decoration: underline; }
+  .list td + td .act { margin: 0 4px 0 0; padding: 9px 2px; border: 0; background: transparent; color: #1a5a86; font-size: 13px; text-decoration: underline; }
 }
 @media (prefers-color-scheme: dark) {
   .page { background: #12171b !important; }
@@ -40,6 +43,7 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 </style>
 </head>
 <body dir="@@=dir@@" style="margin:0;padding:0">
+<div role="main" dir="@@=dir@@">
 <table role="presentation" class="page" width="100%" cellpadding="0" cellspacing="0" border="0" style="background:#eff3f6;padding:16px 8px">
 <tr><td align="center">
 <table role="presentation" class="card" width="100%" cellpadding="0" cellspacing="0" border="0" style="max-width:760px;background:#ffffff;border:1px solid #d5dde3;border-radius:8px;font-family:'Segoe UI',Roboto,Helvetica,Arial,sans-serif;font-size:15px;line-height:1.45;color:#1d2b36;text-align:@@=start@@">
@@ -54,18 +58,14 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 <p class="quiet" style="margin:0 0 10px;color:#52626e">@@{{QUARANTINE_PERIOD_FROM}} to {{QUARANTINE_PERIOD_TO}} ({{TIME_ZONE}})@@</p>
 <p style="margin:0 0 6px">@@These messages look like spam, so they were kept out of your inbox. You need not do anything about those that you do not want.@@</p>
 @# "Release" and "Delete" must be the same words as on the buttons below.
-<p style="margin:0">@@“Release” delivers a message to your mailbox. “Delete” removes it for good.@@{{#SPAM_WEB_ACTION}}
-@# About the buttons in the column "On the web".
-@@On the web, a page is shown first, where you confirm.@@{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
-@# About the buttons in the column "By mail".
-@@By mail, your mail program opens a prepared message: send it as it is.@@{{/SPAM_EMAIL_ACTION}}</p>
+<p style="margin:0">@@“Release” delivers a message to your mailbox. “Delete” removes it for good.@@</p>
 </td></tr>
 <tr><td style="padding:0">
 @# Name of the table, read out by screen readers.
 <table class="list" width="100%" cellpadding="8" cellspacing="0" border="0" aria-label="@@Held messages@@" style="border-collapse:collapse">
 {{#TABLE_HEADER}}<thead>
 <tr>
-@# Head of the column that shows number, sender, subject and date of a message.
+@# Head of the column that shows number, sender, subject and date of a message; also in "Release: Message 3".
 <th class="quiet" scope="col" align="@@=start@@">@@Message@@</th>
 {{#SPAM_WEB_ACTION}}
 @# Head of the column with the buttons "Release" and "Delete" that open a web page.
@@ -83,13 +83,11 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 <div class="subject" dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=120}}</div>
 <div class="date">{{ROW_NUMBER}} · {{ORIG_DATE}}</div></th>
 {{#SPAM_WEB_ACTION}}<td>
-@# A button that delivers the message to the mailbox.
-@# "Release message 3" is what screen readers say of the button "Release" of the third message; it should contain the
-@# word of the button.
-<a class="act" href="{{RELEASE_URL}}" aria-label="@@Release message {{ROW_NUMBER}}@@">{{ICON_RELEASE:x-alt=:h:x-img-cid=ICON_RELEASE:none}}@@Release@@</a>
-<a class="act" href="{{DELETE_URL}}" aria-label="@@Delete message {{ROW_NUMBER}}@@">{{ICON_DELETE:x-alt=:h:x-img-cid=ICON_DELETE:none}}@@Delete@@</a></td>
-{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a class="act" href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release message {{ROW_NUMBER}} by mail@@">@@Release by mail@@</a>
-<a class="act" href="{{DELETE_EMAIL_ADDR:h:none}}" aria-label="@@Delete message {{ROW_NUMBER}} by mail@@">@@Delete by mail@@</a></td>
+@# A button that delivers the message to the mailbox. Screen readers read "Release: Message 3".
+<a class="act" href="{{RELEASE_URL}}" aria-label="@@Release@@: @@Message@@ {{ROW_NUMBER}}">{{ICON_RELEASE:x-alt=:h:x-img-cid=ICON_RELEASE:none}}@@Release@@</a>
+<a class="act" href="{{DELETE_URL}}" aria-label="@@Delete@@: @@Message@@ {{ROW_NUMBER}}">{{ICON_DELETE:x-alt=:h:x-img-cid=ICON_DELETE:none}}@@Delete@@</a></td>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a class="act" href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release by mail@@: @@Message@@ {{ROW_NUMBER}}">@@Release by mail@@</a>
+<a class="act" href="{{DELETE_EMAIL_ADDR:h:none}}" aria-label="@@Delete by mail@@: @@Message@@ {{ROW_NUMBER}}">@@Delete by mail@@</a></td>
 {{/SPAM_EMAIL_ACTION}}</tr>
 {{/QUARANTINE_MESSAGES_TABLE}}</tbody>
 </table>
@@ -102,11 +100,17 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 <p style="margin:0 0 8px"><a href="{{PREFERENCE_URL}}" style="color:#1a5a86">@@Change your quarantine preferences@@</a></p>
 {{/SPAM_OTHER_ACTION}}</td></tr>
 <tr><td align="@@=start@@" class="quiet" style="padding:0 16px 18px;font-size:13px;color:#52626e">
+<p class="quiet" style="margin:0 0 6px">{{#SPAM_WEB_ACTION}}
+@# About the buttons in the column "On the web".
+@@On the web, a page is shown first, where you confirm.@@{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
+@# About the buttons in the column "By mail".
+@@By mail, your mail program opens a prepared message: send it as it is.@@{{/SPAM_EMAIL_ACTION}}</p>
 <p class="quiet" style="margin:0 0 6px">@@You receive this report because {{SITE_NAME}} holds messages for {{MAILBOX_ADDRESS}} that look like spam.@@ @@Your mail administrators can change or stop these reports.@@</p>
 {{#SPAM_WEB_ACTION}}<p class="quiet" style="margin:0">@@The links work without a password, so please do not forward this report.@@</p>
 {{/SPAM_WEB_ACTION}}</td></tr>
 </table>
 </td></tr>
 </table>
+</div>
 </body>
 </html>

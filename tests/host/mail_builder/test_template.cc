@@ -160,14 +160,14 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
   const auto one = filled({"Wrap: 40\n" + std::string(kHeader), "h",
                            "{{#QUARANTINE_MESSAGES_TABLE}}  {{ROW_NUMBER}} {{S}}\n{{/QUARANTINE_MESSAGES_TABLE}}"});
   const std::string address = "a-long-address-without-a-blank@mail.example";
-  for (const std::string& value : {std::string("short"), "to " + address + " and so on", std::string(50, 'w'),
+  for (const std::string& value : {std::string("short"), "to " + address + " and so on", std::string(50, 'w') + "…",
                                    std::string("日本語の長い文章は文字のあいだで折り返されることになっています。")}) {
     one->beginSection("QUARANTINE_MESSAGES_TABLE");
     one->set("S", value);
     one->endSection();
   }
   EXPECT_EQ(one->textbody(), "  1 short\n  2 to\n  " + address + "\n  and so on\n  3\n  " + std::string(38, 'w') +
-                                 "\n  " + std::string(12, 'w') +
+                                 "\n  " + std::string(12, 'w') + "…" +
                                  "\n  4 日本語の長い文章は文字のあいだで折り\n  返されることになっています。\n");
 }
 
