@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kMaxMarks = 4;           // the most that a living script puts on one letter
 constexpr std::size_t kMaxPoints = 2;  // code points a character, on average: emoji may be long, a text may not
+constexpr int kLongWord = 30;
 constexpr UChar32 kNonJoiner = 0x200C;
 constexpr UChar32 kJoiner = 0x200D;
 constexpr UChar32 kZeroWidthSpace = 0x200B;
@@ -91,7 +92,8 @@ icu::UnicodeString cut(const icu::UnicodeString& text, std::size_t characters) {
   return icu::UnicodeString(text, 0, endOf(text, characters - 1)).append(kEllipsis);
 }
 
-/// Goes through a text and breaks what would become a link: a dot within a name, an "@" before one, "://".
+/// Goes through a text and breaks what would become a link: a dot within a name, an "@" before one, "://". On a page
+/// very long words too.
 class LinkBreaker {
  public:
   LinkBreaker(const icu::UnicodeString& text, LinkBreak links) : text_(text), links_(links) {}
@@ -121,7 +123,11 @@ class LinkBreaker {
   void add(int32_t i) {
     const UChar32 c = text_.char32At(i);
     const bool hidden = links_ == LinkBreak::kHidden;
-    if (c == '@' && hidden) out_.append(kZeroWidthSpace);
+    run_ = u_isalnum(c) ? run_ + 1 : 0;
+    if (hidden && (c == '@' || run_ > kLongWord)) {
+      out_.append(kZeroWidthSpace);
+      run_ = 1;
+    }
     if ((isDot(c) && isDotOfName(i)) || isScheme(i)) {
       hidden ? out_.append(c).append(kZeroWidthSpace) : out_.append(u'[').append(c).append(u']');
     } else {
@@ -132,6 +138,7 @@ class LinkBreaker {
   const icu::UnicodeString& text_;
   LinkBreak links_;
   icu::UnicodeString out_;
+  int run_ = 0;  ///< letters without a place for a break
 };
 
 }  // namespace

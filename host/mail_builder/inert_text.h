@@ -20,7 +20,9 @@ enum class LinkBreak {
 /// characters  how many a reader sees at most; what is cut off leaves an ellipsis as the last of them
 ///
 /// Characters without an appearance (bidirectional controls, zero-width ones, tags) are left out, but for joiners in
-/// scripts and emoji that are written with them. A letter keeps four marks at most. Any thread; linear time.
+/// scripts and emoji that are written with them. A letter keeps four marks at most.
+/// A page may break words of more than 30 letters, so that none widens it where styles are taken away. Any thread;
+/// linear time.
 std::string inertText(std::string_view text, std::size_t characters, LinkBreak links);
 
 }  // namespace Velmar::Host

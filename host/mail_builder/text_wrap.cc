@@ -14,6 +14,9 @@
 namespace Velmar::Host {
 namespace {
 
+/// Deeper than any line of a template begins, so that no part of a held text can pass for one.
+constexpr char16_t kDeeper[] = u"      ";
+
 icu::BreakIterator& lineBreaker() {
   thread_local const std::unique_ptr<icu::BreakIterator> kBreaker = [] {
     UErrorCode status = U_ZERO_ERROR;
@@ -60,6 +63,7 @@ class Wrapping {
     int32_t blanks = 0;
     while (blanks < line.length() && line[blanks] == u' ') ++blanks;
     indent_ = icu::UnicodeString(line, 0, blanks);
+    if (blanks > 0) indent_.append(kDeeper);
   }
 
   /// The piece between two places where a line may end, with the blanks at its end.

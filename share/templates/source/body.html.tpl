@@ -11,7 +11,7 @@
 about 100 kB, and improved here: where this block is not honoured, rows still show as a table of plain links. }}
 <style>
 :root { color-scheme: light dark; }
-.list th, .list td { overflow-wrap: anywhere; word-break: break-word; border-bottom: 1px solid #d5dde3; font-weight: 400; }
+.list th, .list td { border-bottom: 1px solid #d5dde3; }
 .list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
 .list th:first-child { padding-@@=start@@: 16px; }
 .sender b { font-weight: 600; }
@@ -77,7 +77,7 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 </thead>
 {{/TABLE_HEADER}}<tbody valign="top">
 {{#QUARANTINE_MESSAGES_TABLE}}<tr {{#ODD_ROW}}class="odd"{{/ODD_ROW}}{{#EVEN_ROW}}class="even" bgcolor="#f7f9fa"{{/EVEN_ROW}}>
-<th scope="row" align="@@=start@@">
+<th scope="row" align="@@=start@@" style="font-weight:400;word-break:break-word">
 @# Stands in place of the sender, or of the subject, of a message that has none.
 <div class="sender"><b dir="auto">{{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{SENDER_NAME:x-inert=60}}</b> <span dir="ltr">{{#WITH_SENDER_ADDRESS}}&lt;{{SENDER_ADDRESS:x-inert=100}}&gt;{{/WITH_SENDER_ADDRESS}}</span></div>
 <div class="subject" dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=120}}</div>

@@ -166,9 +166,11 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
     one->set("S", value);
     one->endSection();
   }
-  EXPECT_EQ(one->textbody(), "  1 short\n  2 to\n  " + address + "\n  and so on\n  3\n  " + std::string(38, 'w') +
-                                 "\n  " + std::string(12, 'w') + "…" +
-                                 "\n  4 日本語の長い文章は文字のあいだで折り\n  返されることになっています。\n");
+  const std::string deeper = "\n        ";
+  EXPECT_EQ(one->textbody(), "  1 short\n  2 to" + deeper + address + deeper + "and so on\n  3" + deeper +
+                                 std::string(32, 'w') + deeper + std::string(18, 'w') +
+                                 "…\n  4 日本語の長い文章は文字のあいだで折り" + deeper +
+                                 "返されることになっています。\n");
 }
 
 TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
@@ -187,6 +189,7 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
       {"mail@x.org", "mail" + z + "@x." + z + "org", "mail@x[.]org"},
       {"3.50 a. b ... V2.x", "3." + z + "50 a. b ... V2." + z + "x", "3.50 a. b ... V2.x"},
       {"abcdefghijklmn", "abcdefghijk…", "abcdefghijk…"},
+      {std::string(34, 'w'), std::string(30, 'w') + z + "wwww", std::string(34, 'w')},
       {"👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀",
        "👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀…",
        "👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀…"},
