@@ -7,7 +7,9 @@
 
 #include <charconv>
 #include <functional>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "host/mail_builder/inert_text.h"
 #include "host/mail_builder/utf8.h"
@@ -38,7 +40,9 @@ class TextModifier final : public ctemplate::TemplateModifier {
 
 /// ctemplate keeps the pointer for ever, so the object is never destroyed.
 bool add(const char* name, TextModifier::Function function) {
-  return ctemplate::AddModifier(name, new TextModifier(std::move(function)));
+  static auto* const kKept = new std::vector<std::unique_ptr<const TextModifier>>;
+  kKept->push_back(std::make_unique<const TextModifier>(std::move(function)));
+  return ctemplate::AddModifier(name, kKept->back().get());
 }
 
 /// A number of characters; anything else is the most that a report keeps of a text.
