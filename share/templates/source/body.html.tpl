@@ -11,14 +11,14 @@
 about 100 kB, and improved here: where this block is not honoured, rows still show as a table of plain links. }}
 <style>
 :root { color-scheme: light dark; }
-.list th, .list td { border-bottom: 1px solid #d5dde3; }
+.list th, .list td { border-bottom: 1px solid #d5dde3; overflow-wrap: anywhere; word-break: break-word; }
 .list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
 .list th:first-child { padding-@@=start@@: 16px; }
 .sender b { font-weight: 600; }
 .sender span { display: inline-block; }
 .sender span, .date { font-size: 13px; color: #52626e; }
-.act { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #c3ced6; border-radius: 6px; background: #ffffff; color: #1d2b36; text-decoration: none; text-align: center; white-space: nowrap; }
-.act img, .card p img { vertical-align: middle; margin: -3px 2px; }
+.list a { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #c3ced6; border-radius: 6px; background: #ffffff; color: #1d2b36; text-decoration: none; text-align: center; white-space: nowrap; }
+.list img, .card p img { vertical-align: middle; margin: -3px 2px; }
 @media (max-width: 560px) {
   .page { padding: 0 !important; }
   .card { border: 0 !important; border-radius: 0 !important; }
@@ -28,16 +28,16 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
   .list thead { display: none; }
   .list tr { border-bottom: 1px solid #d5dde3; padding: 10px 16px; }
   .list td, .list th { border: 0 !important; padding: 2px 0 !important; }
-  .act { display: inline-block; margin: 6px 4px 0 0; padding: 9px 12px; }
-  .list td + td .act { margin: 0 4px 0 0; padding: 9px 2px; border: 0; background: transparent; color: #1a5a86; font-size: 13px; text-decoration: underline; }
+  .list a { display: inline-block; margin: 6px 4px 0 0; padding: 9px 12px; }
+  .list td + td a { margin: 0 4px 0 0; padding: 9px 2px; border: 0; background: transparent; color: #1a5a86; font-size: 13px; text-decoration: underline; }
 }
 @media (prefers-color-scheme: dark) {
   .page { background: #12171b !important; }
   .card, .odd { background: #1c2329 !important; }
   .even { background: #212a31 !important; }
-  .card, .card td, .card th, .card p, .card h1, .list tr, .act { color: #e3eaef !important; border-color: #46535e !important; }
-  .act { background: transparent !important; }
-  .list td + td .act, .card p a { color: #8cc4ee !important; }
+  .card, .card td, .card th, .card p, .card h1, .list tr, .list a { color: #e3eaef !important; border-color: #46535e !important; }
+  .list a { background: transparent !important; }
+  .list td + td a, .card p a { color: #8cc4ee !important; }
   .card .quiet, .card .sender span, .card .date { color: #a9b7c2 !important; }
 }
 </style>
@@ -75,19 +75,19 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
 <th class="quiet" scope="col" align="@@=start@@" width="1%">@@By mail@@</th>
 {{/SPAM_EMAIL_ACTION}}</tr>
 </thead>
-{{/TABLE_HEADER}}<tbody valign="top">
+{{/TABLE_HEADER}}<tbody align="@@=start@@" valign="top">
 {{#QUARANTINE_MESSAGES_TABLE}}<tr {{#ODD_ROW}}class="odd"{{/ODD_ROW}}{{#EVEN_ROW}}class="even" bgcolor="#f7f9fa"{{/EVEN_ROW}}>
-<th scope="row" align="@@=start@@" style="font-weight:400;word-break:break-word">
+<th scope="row" style="font-weight:400">
 @# Stands in place of the sender, or of the subject, of a message that has none.
 <div class="sender"><b dir="auto">{{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{SENDER_NAME:x-inert=60}}</b> <span dir="ltr">{{#WITH_SENDER_ADDRESS}}&lt;{{SENDER_ADDRESS:x-inert=100}}&gt;{{/WITH_SENDER_ADDRESS}}</span></div>
 <div class="subject" dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=120}}</div>
 <div class="date">{{ROW_NUMBER}} · {{ORIG_DATE}}</div></th>
 {{#SPAM_WEB_ACTION}}<td>
 @# A button that delivers the message to the mailbox. Screen readers read "Release: Message 3".
-<a class="act" href="{{RELEASE_URL}}" aria-label="@@Release@@: @@Message@@ {{ROW_NUMBER}}">{{ICON_RELEASE:x-alt=:h:x-img-cid=ICON_RELEASE:none}}@@Release@@</a>
-<a class="act" href="{{DELETE_URL}}" aria-label="@@Delete@@: @@Message@@ {{ROW_NUMBER}}">{{ICON_DELETE:x-alt=:h:x-img-cid=ICON_DELETE:none}}@@Delete@@</a></td>
-{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a class="act" href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release by mail@@: @@Message@@ {{ROW_NUMBER}}">@@Release by mail@@</a>
-<a class="act" href="{{DELETE_EMAIL_ADDR:h:none}}" aria-label="@@Delete by mail@@: @@Message@@ {{ROW_NUMBER}}">@@Delete by mail@@</a></td>
+<a href="{{RELEASE_URL}}" aria-label="@@Release@@: @@Message@@ {{ROW_NUMBER}}">{{ICON_RELEASE:x-alt=:h:x-img-cid=ICON_RELEASE:none}}@@Release@@</a>
+<a href="{{DELETE_URL}}" aria-label="@@Delete@@: @@Message@@ {{ROW_NUMBER}}">{{ICON_DELETE:x-alt=:h:x-img-cid=ICON_DELETE:none}}@@Delete@@</a></td>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a href="{{RELEASE_EMAIL_ADDR:h:none}}" aria-label="@@Release by mail@@: @@Message@@ {{ROW_NUMBER}}">@@Release by mail@@</a>
+<a href="{{DELETE_EMAIL_ADDR:h:none}}" aria-label="@@Delete by mail@@: @@Message@@ {{ROW_NUMBER}}">@@Delete by mail@@</a></td>
 {{/SPAM_EMAIL_ACTION}}</tr>
 {{/QUARANTINE_MESSAGES_TABLE}}</tbody>
 </table>
