@@ -1,19 +1,26 @@
 // One report's values and the texts that the template makes of them. The library fills it row by row, then asks for
 // the header values and the two bodies.
 //
+// The host adds values of its own to the library's: docs/templates.md names them. All of them are made here.
+//
 // Values are kept raw; the parsed template escapes each where it lands. Held texts are decoded here, once.
 
 #include "host/mail_builder/customized_template.h"
 
 #include <ctemplate/template_dictionary.h>
 
+#include <charconv>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "host/common/current_mailbox.h"
+#include "host/common/current_time.h"
+#include "host/common/host_config.h"
 #include "host/common/preview.h"
 #include "host/mail_builder/header_encoding.h"
 #include "host/mail_builder/template_store.h"
+#include "host/mail_builder/text_wrap.h"
 #include "host/mail_builder/utf8.h"
 #include "platform/types.h"
 
@@ -42,15 +49,30 @@ NamedAddress readSender(const std::string& value) {
   return {std::string(trimmed(std::string_view(value).substr(0, open))), bare};
 }
 
+/// A From field on one line, byte for byte otherwise.
+std::string unfolded(std::string raw) {
+  for (char& c : raw) {
+    if (c == '\r' || c == '\n' || c == '\t') c = ' ';
+  }
+  return std::string(trimmed(raw));
+}
+
 class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
  public:
-  explicit CustomizedTemplate(std::shared_ptr<const ReportTemplate> parsed) : parsed_(std::move(parsed)) {}
+  CustomizedTemplate(std::shared_ptr<const ReportTemplate> parsed, const HostValues& host)
+      : parsed_(std::move(parsed)) {
+    values_.SetValue("MAILBOX_ADDRESS", host.mailbox);
+    values_.SetValue("SITE_NAME", host.site);
+  }
 
   bool good() const override { return parsed_->error().empty(); }
 
   void fallon(const QRLStaticCharSetFallbacks* fallbacks) override { fallbacks_ = fallbacks; }
 
-  void beginSection(const std::string& name) override { open_.push_back(open_.back()->AddSectionDictionary(name)); }
+  void beginSection(const std::string& name) override {
+    open_.push_back(open_.back()->AddSectionDictionary(name));
+    if (name == "QUARANTINE_MESSAGES_TABLE") set("ROW_NUMBER", std::to_string(++rows_));
+  }
 
   void endSection() override {
     if (open_.size() == 1) {
@@ -62,19 +84,30 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
 
   int set(const std::string& name, const std::string& value) override {
     open_.back()->SetValue(name, value);
+    if (name == "QUARANTINE_MESSAGES_COUNT") showCountSection(value);
+    if (name == "QUARANTINE_PERIOD_FROM") zoneOfBegin_ = zoneOfTimeInWords();
+    if (name == "QUARANTINE_PERIOD_TO") setTimeZone();
     return 0;
   }
 
-  int headerFrom(const std::string& raw, const std::string& name) override { return setHeldText(raw, name); }
-  int subject(const std::string& raw, const std::string& name) override { return setHeldText(raw, name); }
+  int headerFrom(const std::string& raw, const std::string& name) override {
+    setHeldText(name, decoded(raw));
+    if (name == "ORIG_FROM") setSender(unfolded(raw));
+    return 0;
+  }
+
+  int subject(const std::string& raw, const std::string& name) override {
+    const std::string text = decoded(raw);
+    setHeldText(name, text);
+    if (name == "ORIG_SUBJECT" && trimmed(text).empty()) open_.back()->ShowSection("NO_SUBJECT");
+    return 0;
+  }
 
   std::string headerFromRFC2047() override {
     const std::string value = headerText(TemplatePiece::From);
     const NamedAddress sender = readSender(value);
     if (sender.address.isEmptyAddress()) throw badValue("From", value);
-    Buffer name;  // may have been written as encoded words
-    stringToUtf8(sender.displayName, name, fallbacks_);
-    return encodeMailbox({name.data() ? name.data() : "", name.length()}, sender.address);
+    return encodeMailbox(decoded(sender.displayName), sender.address);  // may have been written as encoded words
   }
 
   std::string subjectRFC2047() override { return encodeUnstructured(headerText(TemplatePiece::Subject)); }
@@ -87,15 +120,51 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
     return address.address();
   }
 
-  std::string textbody() override { return parsed_->expand(TemplatePiece::Text, values_); }
+  std::string textbody() override {
+    const std::string text = parsed_->expand(TemplatePiece::Text, values_);
+    return parsed_->wrap() == 0 ? text : wrapped(text, parsed_->wrap());
+  }
   std::string htmlbody() override { return parsed_->expand(TemplatePiece::Html, values_); }
 
  private:
-  int setHeldText(const std::string& raw, const std::string& name) {
+  std::string decoded(const std::string& raw) const {
     Buffer text;
     stringToUtf8(raw, text, fallbacks_);
-    open_.back()->SetValue(name, shortened({text.data() ? text.data() : "", text.length()}, kMaxHeldText));
-    return 0;
+    return {text.data() ? text.data() : "", text.length()};
+  }
+
+  void setHeldText(const std::string& name, const std::string& text) {
+    open_.back()->SetValue(name, shortened(text, kMaxHeldText));
+  }
+
+  /// The sender as name and address, so that a name which looks like an address does not pass for one. The address is
+  /// found before anything is decoded; a field without exactly one address is a name altogether.
+  void setSender(const std::string& raw) {
+    const NamedAddress sender = readSender(raw);
+    const std::string address = sender.address.address();
+    const std::string name = decoded(address.empty() ? raw : sender.displayName);
+    if (!trimmed(name).empty()) {
+      setHeldText("SENDER_NAME", name);
+      open_.back()->ShowSection("WITH_SENDER_NAME");
+    }
+    if (!address.empty()) {
+      setHeldText("SENDER_ADDRESS", address);
+      open_.back()->ShowSection("WITH_SENDER_ADDRESS");
+    }
+    if (trimmed(name).empty() && address.empty()) open_.back()->ShowSection("NO_SENDER");
+  }
+
+  void showCountSection(const std::string& count) {
+    std::int32_t number = 0;
+    std::from_chars(count.data(), count.data() + count.size(), number);
+    if (good()) values_.ShowSection(parsed_->countSection(number));
+  }
+
+  /// The zone of the period; both, when the clock was changed within it.
+  void setTimeZone() {
+    const std::string zone = zoneOfTimeInWords();
+    const bool changed = !zoneOfBegin_.empty() && zoneOfBegin_ != zone;
+    values_.SetValue("TIME_ZONE", changed ? zoneOfBegin_ + " / " + zone : zone);
   }
 
   std::string headerText(TemplatePiece piece) const {
@@ -112,12 +181,22 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   const QRLStaticCharSetFallbacks* fallbacks_ = nullptr;
   ctemplate::TemplateDictionary values_{"report"};
   std::vector<ctemplate::TemplateDictionary*> open_{&values_};  // innermost last; owned by values_
+  std::string zoneOfBegin_;
+  unsigned rows_ = 0;
 };
+
+/// The values of the report that this thread makes. A site without a name of its own goes by its mail domain.
+HostValues hostValues() {
+  const HostConfig& config = hostConfig();
+  const std::string host = config.global.hostName;
+  return {currentMailbox(), host.empty() ? config.localDomain : host};
+}
 
 }  // namespace
 
-boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> customize(std::shared_ptr<const ReportTemplate> parsed) {
-  return boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>(new CustomizedTemplate(std::move(parsed)));
+boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate> customize(std::shared_ptr<const ReportTemplate> parsed,
+                                                                const HostValues& host) {
+  return boost::shared_ptr<VlmCMsg::VXCustomizedEmailTemplate>(new CustomizedTemplate(std::move(parsed), host));
 }
 
 }  // namespace Velmar::Host
@@ -134,7 +213,8 @@ boost::shared_ptr<VXCustomizedEmailTemplate> VXCustomizedEmailTemplate::create(i
   auto parsed = preview->templateName.empty()
                     ? Host::findReportTemplate(name, domain)
                     : Host::findReportTemplate(preview->templateName, preview->templateDomain);
-  return parsed ? Host::customize(std::move(parsed)) : boost::shared_ptr<VXCustomizedEmailTemplate>();
+  return parsed ? Host::customize(std::move(parsed), Host::hostValues())
+                : boost::shared_ptr<VXCustomizedEmailTemplate>();
 }
 
 }  // namespace Velmar::VlmCMsg

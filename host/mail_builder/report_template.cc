@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <string_view>
 #include <utility>
 
@@ -19,7 +20,13 @@ namespace {
 
 constexpr std::string_view kPragma = R"({{%AUTOESCAPE context="HTML"}})";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::array<std::string_view, 2> kHeldTexts = {"ORIG_FROM", "ORIG_SUBJECT"};
+constexpr std::array<std::string_view, 4> kHeldTexts = {"ORIG_FROM", "ORIG_SUBJECT", "SENDER_NAME", "SENDER_ADDRESS"};
+constexpr std::string_view kInert = ":x-inert=";
+constexpr std::string_view kLanguage = "Language:";
+constexpr std::string_view kWrap = "Wrap:";
+constexpr std::string_view kTagCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-";
+constexpr std::size_t kLeastColumns = 40;
+constexpr std::size_t kMostColumns = 900;  // a mail's line has at most 998 bytes
 
 struct Piece {
   const char* file;
@@ -83,6 +90,11 @@ std::string forbidden(const char* file, std::string_view text) {
   return {};
 }
 
+std::string_view withoutInert(std::string_view modifiers) {
+  if (!modifiers.starts_with(kInert)) return modifiers;
+  return modifiers.substr(std::min(modifiers.find_first_not_of("0123456789", kInert.size()), modifiers.size()));
+}
+
 /// The place of a marker that might write a held text into HTML unescaped; npos when there is none. Auto-escape does
 /// its work on a bare marker; of modifiers only those that escape more are let through.
 std::size_t unescapedHeldText(std::string_view html) {
@@ -91,7 +103,7 @@ std::size_t unescapedHeldText(std::string_view html) {
     const std::string marker = "{{" + std::string(name);
     for (std::size_t from = html.find(marker); from != std::string_view::npos; from = html.find(marker, from + 1)) {
       const std::size_t start = from + marker.size();
-      const std::string_view modifiers = trimmed(html.substr(start, html.find("}}", start) - start));
+      const std::string_view modifiers = withoutInert(trimmed(html.substr(start, html.find("}}", start) - start)));
       if (std::find(std::begin(kAllowed), std::end(kAllowed), modifiers) == std::end(kAllowed)) return from;
     }
   }
@@ -107,6 +119,14 @@ ReportTemplate::ReportTemplate(const TemplateTexts& texts, std::string name) : n
   parseHeader(plainText(texts.header));
   parseHtml(plainText(texts.html));
   parseText(plainText(texts.text));
+  if (!error_.empty()) return;
+  all_ = texts.header + texts.html + texts.text;
+  plurals_ = std::make_unique<const PluralClasses>(language_);
+}
+
+std::string ReportTemplate::countSection(std::int32_t count) const {
+  const std::string name = "COUNT_" + plurals_->of(count);
+  return all_.find("{{#" + name + "}}") == std::string::npos ? "COUNT_OTHER" : name;
 }
 
 std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const {
@@ -138,10 +158,18 @@ void ReportTemplate::parseHeader(const std::string& header) {
     end = std::min(header.find('\n', from), header.size());
     const std::string_view line = trimmed(std::string_view(header).substr(from, end - from));
     if (line.empty() || isComment(line)) continue;
+    if (line.starts_with(kLanguage)) {
+      parseLanguage(at("header.tpl", header, from), std::string(trimmed(line.substr(kLanguage.size()))));
+      continue;
+    }
+    if (line.starts_with(kWrap)) {
+      parseWrap(at("header.tpl", header, from), trimmed(line.substr(kWrap.size())));
+      continue;
+    }
     std::size_t i = 0;
     while (i < kHeaderLines.size() && line.substr(0, kHeaderLines[i].name.size()) != kHeaderLines[i].name) ++i;
     const std::string place = at("header.tpl", header, from);
-    if (i == kHeaderLines.size()) return fail(place + "neither From:, Subject: nor Envelope-From:");
+    if (i == kHeaderLines.size()) return fail(place + "neither From:, Subject:, Envelope-From:, Language: nor Wrap:");
     if (std::exchange(seen[i], true)) return fail(place + "a second " + std::string(kHeaderLines[i].name));
     const std::string value(trimmed(line.substr(kHeaderLines[i].name.size())));
     if (!parse(kHeaderLines[i].piece, value)) return;
@@ -149,6 +177,19 @@ void ReportTemplate::parseHeader(const std::string& header) {
   for (std::size_t i = 0; i < kHeaderLines.size(); ++i) {
     if (!seen[i]) return fail("header.tpl: no line " + std::string(kHeaderLines[i].name));
   }
+}
+
+void ReportTemplate::parseLanguage(const std::string& place, const std::string& tag) {
+  const bool sound = !tag.empty() && tag.size() <= 64 && tag.find_first_not_of(kTagCharacters) == std::string::npos;
+  if (!sound) return fail(place + "no language tag such as \"de\" or \"pt-BR\": \"" + tag + "\"");
+  language_ = tag;
+}
+
+void ReportTemplate::parseWrap(const std::string& place, std::string_view columns) {
+  const auto [end, error] = std::from_chars(columns.data(), columns.data() + columns.size(), wrap_);
+  if (error == std::errc() && end == columns.data() + columns.size() && wrap_ >= kLeastColumns && wrap_ <= kMostColumns)
+    return;
+  fail(place + "no number of columns from 40 to 900: \"" + std::string(columns) + "\"");
 }
 
 void ReportTemplate::parseHtml(std::string html) {

@@ -34,6 +34,12 @@ constexpr TemplateName kVariables[] = {
     {"", "DELETE_ALL_SUBJECT"},
     {"", "RELEASE_SUBJECT"},
     {"", "DELETE_SUBJECT"},
+    {"", "MAILBOX_ADDRESS"},
+    {"", "SITE_NAME"},
+    {"", "TIME_ZONE"},
+    {kRows, "ROW_NUMBER"},
+    {kRows, "SENDER_NAME"},
+    {kRows, "SENDER_ADDRESS"},
     {kRows, "ORIG_DATE"},
     {kRows, "ORIG_FROM"},
     {kRows, "ORIG_SUBJECT"},
@@ -63,6 +69,16 @@ constexpr TemplateName kSections[] = {
     {"", kOther},
     {"TABLE_HEADER", kWeb},
     {"TABLE_HEADER", kMail},
+    {"", "COUNT_ZERO"},
+    {"", "COUNT_ONE"},
+    {"", "COUNT_TWO"},
+    {"", "COUNT_FEW"},
+    {"", "COUNT_MANY"},
+    {"", "COUNT_OTHER"},
+    {kRows, "NO_SENDER"},
+    {kRows, "WITH_SENDER_NAME"},
+    {kRows, "WITH_SENDER_ADDRESS"},
+    {kRows, "NO_SUBJECT"},
     {kRows, "ODD_ROW"},
     {kRows, "EVEN_ROW"},
     {kRows, kWeb},
@@ -72,6 +88,7 @@ constexpr TemplateName kSections[] = {
 constexpr std::array<std::string_view, 4> kImages{"ICON_RELEASE", "ICON_DELETE", "ICON_DELALL", "TITLE_LOGO"};
 constexpr std::string_view kImageModifier = "x-img-cid=";
 constexpr std::string_view kMailtoModifiers[] = {"x-mailto-to", "x-mailto-subject"};
+constexpr std::string_view kWordModifiers[] = {"x-alt=", "x-inert=", "x-inert-text="};
 constexpr std::string_view kReleaseWays[] = {"RELEASE_URL", "RELEASE_EMAIL_ADDR", "RELEASE_SUBJECT", "EMAIL_ID",
                                              "PREFERENCE_URL"};
 
@@ -152,7 +169,7 @@ class Linter {
   void checkComplete() {
     line_ = 1;
     const auto uses = [this](std::string_view name) { return shown_.contains(name); };
-    if (!uses("ORIG_SUBJECT") && !uses("ORIG_FROM")) {
+    if (!uses("ORIG_SUBJECT") && !uses("ORIG_FROM") && !uses("SENDER_ADDRESS")) {
       remark("lists no messages: no ORIG_FROM and no ORIG_SUBJECT in the section " + std::string(kRows));
     } else if (std::none_of(std::begin(kReleaseWays), std::end(kReleaseWays), uses)) {
       remark("offers no way to release a message: no RELEASE_URL and no RELEASE_EMAIL_ADDR");
@@ -225,8 +242,10 @@ class Linter {
       } else if (part_ != Part::kHtml) {
         remark(text + ": only the page can show an image");
       }
-    } else if (std::find(std::begin(kMailtoModifiers), std::end(kMailtoModifiers), modifier) ==
-               std::end(kMailtoModifiers)) {
+    } else if (std::none_of(std::begin(kWordModifiers), std::end(kWordModifiers),
+                            [modifier](std::string_view known) { return modifier.starts_with(known); }) &&
+               std::find(std::begin(kMailtoModifiers), std::end(kMailtoModifiers), modifier) ==
+                   std::end(kMailtoModifiers)) {
       remark(text + ": unknown modifier, it does nothing");
     }
   }

@@ -6,7 +6,12 @@
 #include <ctemplate/template_modifiers.h>
 
 #include <charconv>
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
 
+#include "host/mail_builder/inert_text.h"
 #include "host/mail_builder/utf8.h"
 
 namespace Velmar::Host {
@@ -15,19 +20,38 @@ namespace {
 constexpr std::string_view kScheme = "mailto:";
 constexpr std::string_view kSubject = "?subject=";
 
-class MailtoTo final : public ctemplate::TemplateModifier {
+constexpr std::size_t kMaxInert = 1000;
+
+/// A modifier that is a function of the value and of what stands behind its "=".
+class TextModifier final : public ctemplate::TemplateModifier {
+ public:
+  using Function = std::function<std::string(std::string_view value, std::string_view argument)>;
+  explicit TextModifier(Function function) : function_(std::move(function)) {}
+
+ private:
   void Modify(const char* in, std::size_t inlen, const ctemplate::PerExpandData*, ctemplate::ExpandEmitter* out,
-              const std::string&) const override {
-    out->Emit(std::string(mailtoAddress({in, inlen})));
+              const std::string& argument) const override {
+    const bool given = argument.starts_with('=');
+    out->Emit(function_({in, inlen}, std::string_view(argument).substr(given ? 1 : 0)));
   }
+
+  Function function_;
 };
 
-class MailtoSubject final : public ctemplate::TemplateModifier {
-  void Modify(const char* in, std::size_t inlen, const ctemplate::PerExpandData*, ctemplate::ExpandEmitter* out,
-              const std::string&) const override {
-    out->Emit(mailtoSubject({in, inlen}));
-  }
-};
+/// ctemplate keeps the pointer for ever, so the object is never destroyed.
+bool add(const char* name, TextModifier::Function function) {
+  static auto* const kKept = new std::vector<std::unique_ptr<const TextModifier>>;
+  kKept->push_back(std::make_unique<const TextModifier>(std::move(function)));
+  return ctemplate::AddModifier(name, kKept->back().get());
+}
+
+/// A number of characters; anything else is the most that a report keeps of a text.
+std::size_t charactersOf(std::string_view argument) {
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(argument.data(), argument.data() + argument.size(), number);
+  const bool sound = error == std::errc() && end == argument.data() + argument.size();
+  return sound && number > 0 && number < kMaxInert ? number : kMaxInert;
+}
 
 /// "%" without two hexadecimal digits stands for itself.
 std::string percentDecoded(std::string_view text) {
@@ -47,11 +71,13 @@ std::string percentDecoded(std::string_view text) {
 }  // namespace
 
 void registerTextModifiers() {
-  // ctemplate keeps the pointers for ever, so the objects are never destroyed.
-  static auto* const kTo = new MailtoTo;
-  static auto* const kSubjectOf = new MailtoSubject;
+  using View = std::string_view;
   static const bool kRegistered =
-      ctemplate::AddModifier("x-mailto-to", kTo) && ctemplate::AddModifier("x-mailto-subject", kSubjectOf);
+      add("x-mailto-to", [](View value, View) { return std::string(mailtoAddress(value)); }) &&
+      add("x-mailto-subject", [](View value, View) { return mailtoSubject(value); }) &&
+      add("x-alt=", [](View, View argument) { return std::string(argument); }) &&
+      add("x-inert=", [](View value, View n) { return inertText(value, charactersOf(n), LinkBreak::kHidden); }) &&
+      add("x-inert-text=", [](View value, View n) { return inertText(value, charactersOf(n), LinkBreak::kVisible); });
   static_cast<void>(kRegistered);
 }
 

@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/common/current_time.h"
 #include "host/host.h"
 #include "platform/text_network.h"
 
@@ -124,6 +125,8 @@ int translate_datetime(const std::tm* when, int style, const char* language, cha
   if (!when || style != kMediumDateShortTime) return -1;
   const auto text = dateInWords(*when, language ? std::string_view(language) : std::string_view());
   if (!text || text->size() >= size) return -1;
+  std::tm fields = *when;
+  Host::setTimeInWords(timegm(&fields) - when->tm_gmtoff);
   std::memcpy(out, text->c_str(), text->size() + 1);
   return 0;
 } catch (const std::bad_alloc&) {

@@ -80,13 +80,38 @@ def report(host, mailbox, period=86400, until=None):
     return Report(mailbox, rows, delete_all, "delete_all:" + token)
 
 
-def text_lines(report, actions, preferences):
-    """The lines of the plain-text body that name a message or say how to act on it."""
-    out = []
-    for row in report.rows:
-        out += ["From:    " + row.sender, "Subject: " + row.subject]
-        out += ["  " + link for link in row.links[WEB] if WEB in actions]
-        out += ["  %s:%s" % (report.mailbox, row.email_id)] * 2 if MAIL in actions else []
-    out += ["  " + report.delete_all[WEB]] if WEB in actions else []
-    out += ["  " + report.delete_all_subject] if MAIL in actions else []
-    return out + ["  " + link for link in preferences]
+def heading(count):
+    return "%d message%s held in your spam quarantine" % (count, "" if count == 1 else "s")
+
+
+def cut(text, characters):
+    return text if len(text) <= characters else text[:characters - 1] + "…"
+
+
+def sender(row, characters=60):
+    name, _, address = row.sender.rpartition("<")
+    if not row.sender.endswith(">"):
+        name, address = row.sender, ""
+    name = cut(name.strip(), characters)
+    return ("%s <%s" % (name, address) if address else name).strip() or "(no sender)"
+
+
+def subject(row, characters=120):
+    return cut(row.subject, characters) or "(no subject)"
+
+
+def without_links(text):
+    """What is not to become a link, as the plain text writes it."""
+    return re.sub(r"(?<=[^\W_])\.(?=[^\W\d_][^\W_])", "[.]", text).replace("://", "[:]//")
+
+
+def text_rows(report, actions, dates):
+    """The plain text of each message without its blanks and line ends: lines are wrapped."""
+    for row, date in zip(report.rows, dates):
+        text = date + "From:" + without_links(sender(row, 200)) + "Subject:" + without_links(subject(row, 300))
+        if WEB in actions:
+            text += "Release on the web:%s Delete on the web:%s" % tuple(row.links[WEB])
+        if MAIL in actions:
+            for way, address in ("Release", RELEASE), ("Delete", DELETE):
+                text += "%s by mail: To: %s Subject: %s:%s" % (way, address, report.mailbox, row.email_id)
+        yield "".join(text.split())

@@ -33,9 +33,9 @@ class Page(HTMLParser):
 
     def handle_data(self, data):
         if self.inside("tr", "odd", "even"):
-            place = self.unclosed[-1][1]
-            if place in ("sender", "subject", "date"):
-                self.rows[-1][place] += data
+            for _, place in self.unclosed:
+                if place in ("sender", "subject", "date"):
+                    self.rows[-1][place] += data.replace("\u200b", "")  # stands where a link would be
         elif self.unclosed and self.unclosed[-1][0] in ("h1", "p"):
             self.head += data + "\n"
 

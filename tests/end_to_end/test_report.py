@@ -1,6 +1,7 @@
 """One report, from the held messages of the example host to the mail in the queue."""
 
 import base64
+import re
 import time
 import unittest
 import urllib.parse
@@ -23,8 +24,10 @@ RECIPIENTS = {
     "kim+lists@example.net": ["kim@example.net", "postmaster@example.net"],
     "lone@example.net": ["lone@example.net", "postmaster@example.net"],
 }
-IMAGES = {"Logo": "icon_titlelogo.png", "Release": "icon_release.png", "Delete": "icon_delete.png",
-          "Delete All": "icon_deleteall.png"}
+# Beside words of the same meaning an image has no words of its own.
+IMAGES = {WEB: {("Logo", "icon_titlelogo.png"), ("", "icon_release.png"), ("", "icon_delete.png"),
+                ("", "icon_deleteall.png")},
+          MAIL: {("Logo", "icon_titlelogo.png"), ("", "icon_deleteall.png")}}
 
 
 def of_each_report(test):
@@ -48,8 +51,12 @@ class ReportTest(unittest.TestCase):
         cls.wanted = {mailbox: expected.report(cls.host, mailbox) for mailbox in expected.ACTIONS}
         cls.pages = {mailbox: Page(mail.body("html")) for mailbox, mail in cls.mails.items()}
 
+    @staticmethod
+    def images(mailbox):
+        return set().union(*(IMAGES[kind] for kind in expected.ACTIONS[mailbox]))
+
     @of_each_report
-    def test_mail_is_clean(self, _mailbox, queued, _wanted, _page):
+    def test_mail_is_clean(self, mailbox, queued, _wanted, _page):
         for part in queued.mail.walk():
             self.assertEqual([*part.defects, *(d for value in part.values() for d in value.defects)], [])
         self.assertNotRegex(queued.raw, rb"(?<!\r)\n|\r(?!\n)", "a bare line end")
@@ -57,13 +64,13 @@ class ReportTest(unittest.TestCase):
         self.assertTrue(queued.raw.isascii())
         types = [part.get_content_type() for part in queued.mail.walk()]
         self.assertEqual(types, ["multipart/alternative", "text/plain", "multipart/related", "text/html",
-                                 *["image/png"] * 4])
+                                 *["image/png"] * len(self.images(mailbox))])
 
     @of_each_report
     def test_header_and_envelope(self, mailbox, queued, wanted, _page):
         self.assertRegex(queued.mail["Message-ID"], r"^<[^<>\s@]+@example\.org>$")
-        want = {"To": mailbox, "From": "Quarantine <%s>" % expected.RELEASE, "Auto-Submitted": "auto-generated",
-                "Subject": "Quarantine report, messages held: %d" % len(wanted.rows), "MIME-Version": "1.0"}
+        want = {"To": mailbox, "From": "Spam quarantine <%s>" % expected.RELEASE, "Auto-Submitted": "auto-generated",
+                "Subject": expected.heading(len(wanted.rows)), "MIME-Version": "1.0"}
         self.assertEqual({name: value for name, value in queued.mail.items()
                           if name not in ("Date", "Message-ID", "Content-Type")}, want)
         recipients = [("Recipient", address) for address in RECIPIENTS.get(mailbox, [mailbox])]
@@ -75,10 +82,11 @@ class ReportTest(unittest.TestCase):
     def test_rows_hold_each_message_and_its_links(self, mailbox, _queued, wanted, page):
         self.assertGreater(len(wanted.rows), 0)
         offered = [kind for kind in (WEB, MAIL) if kind in expected.ACTIONS[mailbox]]
-        want = [(row.sender, row.subject, [link for kind in offered for link in row.links[kind]]) for row in wanted.rows]
-        self.assertEqual([(row["sender"], row["subject"], row["links"]) for row in page.rows], want)
+        want = [(expected.sender(row), expected.subject(row), [link for kind in offered for link in row.links[kind]])
+                for row in wanted.rows]
+        self.assertEqual([(row["sender"].strip(), row["subject"], row["links"]) for row in page.rows], want)
         self.assertEqual([row["class"] for row in page.rows], [("odd", "even")[n % 2] for n in range(len(page.rows))])
-        self.assertIn("Messages held in your quarantine: %d" % len(wanted.rows), page.head)
+        self.assertIn(expected.heading(len(wanted.rows)), page.head)
         self.assertEqual(page.links[:len(offered)], [wanted.delete_all[kind] for kind in offered])
         self.assertEqual(len(page.links), len(offered) + (WEB in offered))
 
@@ -93,11 +101,11 @@ class ReportTest(unittest.TestCase):
             self.assertTrue(self.started <= int(end, 16) - 86400 <= self.finished, end)
 
     @of_each_report
-    def test_images_are_attached_once(self, _mailbox, queued, _wanted, page):
+    def test_images_are_attached_once(self, mailbox, queued, _wanted, page):
         used = page.images + [image for row in page.rows for image in row["images"]]
         self.assertEqual({image["src"] for image in used}, set(queued.images))
         self.assertEqual({(image["alt"], queued.images[image["src"]]) for image in used},
-                         {(alt, (SHARE / "images" / name).read_bytes()) for alt, name in IMAGES.items()})
+                         {(alt, (SHARE / "images" / name).read_bytes()) for alt, name in self.images(mailbox)})
 
     def test_nothing_from_a_message_becomes_an_element(self):
         """The page of harmless messages has the same elements with the same attributes, in the same order."""
@@ -115,15 +123,22 @@ class ReportTest(unittest.TestCase):
     def test_dates_in_the_users_language(self, mailbox, _queued, wanted, page):
         date = DATES.get(mailbox, expected.english_date)
         self.assertEqual([expected.plain_blanks(row["date"]) for row in page.rows],
-                         [date(row.time) for row in wanted.rows])
-        period = "%s – %s" % (date(self.host.until - 86400), date(self.host.until))
+                         ["%d · %s" % (n, date(row.time)) for n, row in enumerate(wanted.rows, 1)])
+        period = "%s to %s (UTC)" % (date(self.host.until - 86400), date(self.host.until))
         self.assertIn(period, expected.plain_blanks(page.head))
 
     @of_each_report
     def test_text_names_each_message_and_action(self, mailbox, queued, wanted, page):
         actions = expected.ACTIONS[mailbox]
-        lines = queued.body("plain").split("\n")
-        self.assertEqual([line for line in lines if line.startswith(("From:    ", "Subject: ", "  "))],
-                         expected.text_lines(wanted, actions, page.links[len(actions):]))
-        self.assertEqual([line[9:] for line in lines if line.startswith("Date:    ")],
-                         [row["date"] for row in page.rows])
+        text = queued.body("plain")
+        dates = [row["date"].replace(" · ", ".", 1) for row in page.rows]
+        rest = "".join(text.split())
+        for row in expected.text_rows(wanted, actions, dates):
+            self.assertIn(row, rest)
+            rest = rest[rest.index(row) + len(row):]
+        all_of_them = ["ontheweb" + wanted.delete_all[WEB]] if WEB in actions else []
+        all_of_them += ["To:%sSubject:%s" % (expected.DELETE, wanted.delete_all_subject)] if MAIL in actions else []
+        for words in all_of_them + page.links[len(actions):]:
+            self.assertIn(words, rest)
+        for line in text.split("\n"):
+            self.assertTrue(len(line) <= 76 or re.fullmatch(r" *(\w+: )?\S+", line), line)

@@ -33,7 +33,7 @@ class RunTest(unittest.TestCase):
             ("a file in place of the spool", "var/spool/velmar", b"", "var/spool/velmar", 2),
             ("no state store", "var/lib/velmar/state.db", b"no database " * 400, "state.db", 2),
             ("a quarantine in a circle", boris / "new", None, "boris~example.org/quarantine/new", 1),
-            ("a large icon", "migadmin/www/admin/images/icon_delete.png", bytes(2 << 20), "icon_delete.png", 2),
+            ("a large icon", "migadmin/www/admin/images/icon_deleteall.png", bytes(2 << 20), "icon_deleteall.png", 2),
         ]
         for name, place, content, named, failures in cases:
             with self.subTest(name):
@@ -95,9 +95,9 @@ class RunTest(unittest.TestCase):
         for mail in mails:
             with self.subTest(mailbox=mail.mailbox):
                 page, want = Page(mail.body("html")), expected.report(self.host, mail.mailbox)
-                self.assertEqual([row["subject"] for row in page.rows], [row.subject for row in want.rows])
+                self.assertEqual([row["subject"] for row in page.rows], [expected.subject(row) for row in want.rows])
                 used = {image["src"] for row in page.rows for image in row["images"]} | {i["src"] for i in page.images}
-                self.assertEqual((used, len(used)), (set(mail.images), 4))
+                self.assertEqual(used, set(mail.images))
 
 
 class TemplateTest(unittest.TestCase):
@@ -134,7 +134,7 @@ class TemplateTest(unittest.TestCase):
         domain = '[[domain]]\nname = "example.net"'
         self.configure(domain, domain + '\nown_template = true\ntemplate = "branded"')
         self.assertEqual(self.host.report("lone@example.net").body("html").strip(), "<p>only for example.net</p>")
-        self.assertIn("Messages held", self.host.report("boris@example.org").body("html"))
+        self.assertIn("held in your spam quarantine", self.host.report("boris@example.org").body("html"))
 
     def test_unusable_template_gives_the_default(self):
         self.own("broken", html="{{#QUARANTINE_MESSAGES_TABLE}} never closed")
@@ -142,5 +142,5 @@ class TemplateTest(unittest.TestCase):
         before = "default"
         for name in ("missing", "broken", "unescaped"):
             self.configure('template = "%s"' % before, 'template = "%s"' % name)
-            self.assertIn("Messages held", self.host.report("lone@example.net").body("html"), name)
+            self.assertIn("held in your spam quarantine", self.host.report("lone@example.net").body("html"), name)
             before = name

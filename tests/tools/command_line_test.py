@@ -310,6 +310,15 @@ class HostTest(unittest.TestCase):
         self.assertFalse((self.directory / "none").exists())
         self.assertFalse((self.root / "var/log").exists())
 
+    def test_preview_of_all_languages(self):
+        out = self.directory / "all"
+        self.on_host("preview", "anna@example.org", *PERIOD, "--all-languages", "--output", out)
+        names = {path.name for path in (Path(os.environ["VELMAR_SHARE"]) / "templates").iterdir()}
+        self.assertEqual({path.stem for path in out.glob("default*.html")}, names)
+        self.assertEqual(set(re.findall(r'src="([^"]*)\.html"', (out / "index.html").read_text())), names)
+        self.assertRegex((out / "default-ja.txt").read_text(), r"\d{4}/\d\d/\d\d \d+:\d\d")
+        self.assertIn('dir="rtl"', (out / "default-he.html").read_text())
+
     def test_preview_of_another_language_and_template(self):
         out = self.directory / "out"
         own = self.root / "etc/velmar/templates/example.org/branded"

@@ -1,8 +1,11 @@
 // spamreport preview: builds a report as a run would and writes it to files. Nothing is sent, and no list is repaired.
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "host/host.h"
 #include "tools/spamreport/commands.h"
@@ -19,6 +22,8 @@
 
 namespace Velmar::Tool {
 namespace {
+
+constexpr std::string_view kDefault = "default";
 
 /// A template that cannot be used is refused: a report would quietly take the default in its place.
 void checkTemplate(const Host::PreviewChoice& choice) {
@@ -87,11 +92,64 @@ void complainOf(const std::string& address, const Outcome& outcome) {
             << " (spamreport check --mailbox says more)\n";
 }
 
+/// Names of the shipped templates, in order.
+std::vector<std::string> shippedTemplates() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(Host::shareDirectory() + "/templates")) {
+    if (entry.path().filename().string().starts_with(kDefault)) names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// "default-pt-BR" is in "pt_BR", "default" in English.
+std::string languageOf(const std::string& templateName) {
+  std::string language = templateName.substr(std::min(kDefault.size() + 1, templateName.size()));
+  std::replace(language.begin(), language.end(), '-', '_');
+  return language.empty() ? "en" : language;
+}
+
+/// A page with every set in a frame as wide as a phone.
+std::string indexPage(const std::vector<std::string>& names) {
+  std::string page =
+      "<!DOCTYPE html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n<title>Report templates</title>\n"
+      "<style>body { display: flex; flex-wrap: wrap; gap: 16px; font-family: sans-serif; } iframe { width: 380px; "
+      "height: 720px; border: 1px solid #888; }</style>\n";
+  for (const std::string& name : names) {
+    page += "<div><h2><a href=\"" + name + ".html\">" + name + "</a> <a href=\"" + name +
+            ".txt\">text</a></h2><iframe loading=\"lazy\" title=\"" + name + "\" src=\"" + name +
+            ".html\"></iframe></div>\n";
+  }
+  return page;
+}
+
+int previewAll(const PreviewOptions& options, const std::string& address, std::int64_t until) {
+  const std::filesystem::path directory = options.directory;
+  const std::vector<std::string> names = shippedTemplates();
+  for (const std::string& name : names) {
+    Host::setPreview({languageOf(name), name, ""});
+    MailCatcher catcher;
+    const Outcome outcome = buildReport(address, options.period, until);
+    if (!catcher.mail()) {
+      complainOf(address, outcome);
+      return kFailed;
+    }
+    std::filesystem::create_directories(directory);
+    writeFile(directory / (name + ".html"), inlineImages(catcher.mail()->html, catcher.mail()->content));
+    writeFile(directory / (name + ".txt"), catcher.mail()->text);
+  }
+  writeFile(directory / "index.html", indexPage(names));
+  std::cout << alignedTable({{(directory / "index.html").string(), std::to_string(names.size()) + " templates"}});
+  if (options.open) openPage(directory / "index.html");
+  return kGood;
+}
+
 }  // namespace
 
 int preview(const PreviewOptions& options) {
   const std::string address = configuredAddress(options.address);
   const std::int64_t until = parseUntil(options.until);
+  if (options.allLanguages) return previewAll(options, address, until);
   choose(options);
   MailCatcher catcher;
   const Outcome outcome = buildReport(address, options.period, until);

@@ -44,9 +44,10 @@ struct PreviewOptions {
   std::int32_t period = 0;
   std::string until = "0";
   std::string directory = ".";
-  std::string language;      ///< "" = what the user prefers
-  std::string templateName;  ///< NAME, or DOMAIN/NAME of a domain's own; "" = what the configuration says
-  bool open = false;         ///< show the page in a browser
+  std::string language;       ///< "" = what the user prefers
+  std::string templateName;   ///< NAME, or DOMAIN/NAME of a domain's own; "" = what the configuration says
+  bool allLanguages = false;  ///< every shipped template in its language, and an index of them
+  bool open = false;          ///< show the page in a browser
 };
 int preview(const PreviewOptions& options);
 

@@ -109,17 +109,21 @@ void addPreview(CLI::App& app, Request& request) {
                                  [&request] { return Tool::preview(request.preview); });
   preview->add_option("ADDRESS", request.preview.address, "Address of the mailbox")->required();
   addPeriod(*preview, request.preview.period, request.preview.until);
+  CLI::Option* all = preview->add_flag("--all-languages", request.preview.allLanguages,
+                                       "Every shipped template in its language, with an\nindex.html of all");
   preview
       ->add_option("--output", request.preview.directory,
                    "Where report.eml, report.html and report.txt are\nwritten (default: here)")
       ->type_name("DIR")
       ->check(refuseEmpty);
   preview->add_option("--language", request.preview.language, "Language of the dates, instead of the user's")
-      ->type_name("CODE");
+      ->type_name("CODE")
+      ->excludes(all);
   preview
       ->add_option("--template", request.preview.templateName,
                    "Template, instead of the configured one: NAME, or\nDOMAIN/NAME for a domain's own")
-      ->type_name("NAME");
+      ->type_name("NAME")
+      ->excludes(all);
   preview->add_flag("--open", request.preview.open, "Show the page in a browser");
   addCommon(*preview, request.common);
 }

@@ -194,18 +194,17 @@ TEST(HostConfigHostile, OnlyDotsOfKeysCount) {
   for (const auto& [toml, want] : deep) EXPECT_EQ(lineWithDeepKey(toml, 2), want) << toml;
 }
 
-std::string fileText(const std::string& pathInShare) {
-  const char* share = std::getenv("VELMAR_SHARE");  // of the source
-  std::ifstream file(std::string(share ? share : "share") + pathInShare, std::ios::binary);
+std::string fileText(const std::string& path) {
+  std::ifstream file(SOURCE + path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
 TEST(HostConfigDocuments, SampleLoadsAndEveryKeyIsInItAndInTheManualPage) {
-  const std::string sample = fileText("/etc/host.toml.sample");
+  const std::string sample = fileText("/share/etc/host.toml.sample");
   const std::string all = std::regex_replace(sample, std::regex("\n#(?=[^ \n])"), "\n");  // with commented settings
   EXPECT_EQ(faultOf(sample), "");
   EXPECT_EQ(faultOf(all), "");
-  std::string page = fileText("/../docs/man/velmar-host.toml.5");
+  std::string page = fileText("/docs/man/velmar-host.toml.5");
   page.resize(page.find(".Sh FILES"));
   const std::regex item("\n\\.It Ic ");
   const std::sregex_iterator items(page.begin(), page.end(), item);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/mail_builder/customized_template.h"
+#include "host/mail_builder/inert_text.h"
 #include "host/mail_builder/template_store.h"
 #include "platform/mail_builder.h"
 #include "tests/support/temp_root.h"
@@ -50,6 +51,10 @@ TEST(ReportTemplateTest, FaultsAreNamed) {
       {"delimiters", {kHeader, "{{=<% %>=}}<%X%>", "t"}, "body.html.tpl:1: other delimiters are not supported"},
       {"held text as it is", {kHeader, "\n{{ORIG_SUBJECT:none}}", "t"}, "body.html.tpl:2: " + none},
       {"by a later modifier", {kHeader, "{{ORIG_FROM}}{{ORIG_FROM:x-a:none}}", "t"}, "body.html.tpl:1: " + none},
+      {"no language", {"Language: d e\n" + std::string(kHeader), "h", "t"}, "header.tpl:1: no language tag"},
+      {"no width", {std::string(kHeader) + "Wrap: 7x\n", "h", "t"}, "header.tpl:4: no number of columns"},
+      {"not by this modifier", {kHeader, "{{SENDER_NAME:x-inert=9:none}}", "t"}, "body.html.tpl:1: " + none},
+      {"made inert", {kHeader, "{{SENDER_NAME:x-inert=9}}{{ORIG_SUBJECT:x-inert=9:h}}", "t"}, ""},
       {"not UTF-8", {kHeader, "\xFF", "t"}, "body.html.tpl: is not UTF-8 text"},
   };
   for (const Case& c : cases) {
@@ -105,6 +110,100 @@ TEST(TemplateValuesTest, HeldTextsAreCutBetweenCharacters) {
   }
 }
 
+TEST(TemplateValuesTest, SenderIsNameAndAddress) {
+  const struct {
+    const char* raw;
+    const char* want;
+  } cases[] = {
+      {"Ann <a@x>", "+Ann|+a@x|"},
+      {"a@x", "|+a@x|"},
+      {"\"bank@safe\" <evil@x>", "+bank@safe|+evil@x|"},
+      {"bank@safe <evil@x>", "+bank@safe|+evil@x|"},  // not by the grammar
+      {"=?utf-8?Q?a=40safe_=3Cb=40safe=3E?=\r\n\t<evil@x>", "+a@safe <b@safe>|+evil@x|"},
+      {"M\xFCller <m@x>", "+Müller|+m@x|"},
+      {"a@x, b@x", "+a@x, b@x||"},
+      {"<>", "+<>||"},
+      {" \t ", "||none"},
+  };
+  for (const auto& [raw, want] : cases) {
+    const auto one = filled({kHeader, "h",
+                             "{{#WITH_SENDER_NAME}}+{{/WITH_SENDER_NAME}}{{SENDER_NAME}}|{{#WITH_SENDER_ADDRESS}}+"
+                             "{{/WITH_SENDER_ADDRESS}}{{SENDER_ADDRESS}}|{{#NO_SENDER}}none{{/NO_SENDER}}"});
+    one->headerFrom(raw, "ORIG_FROM");
+    EXPECT_EQ(one->textbody(), want) << raw;
+  }
+}
+
+TEST(TemplateValuesTest, CountSectionFollowsTheTemplatesLanguage) {
+  const std::string all =
+      "{{#COUNT_ONE}}one{{/COUNT_ONE}}{{#COUNT_FEW}}few{{/COUNT_FEW}}{{#COUNT_OTHER}}other{{/COUNT_OTHER}}";
+  const struct {
+    const char* language;
+    const char* count;
+    const char* want;
+  } cases[] = {
+      {"", "1", "one"},
+      {"", "0", "other"},
+      {"Language: ru\n", "21", "one"},
+      {"Language: ru\n", "3", "few"},
+      {"Language: ru\n", "5", "other"},  // MANY, of which there is no section
+      {"Language: zh-Hant\n", "1", "other"},
+  };
+  for (const auto& [language, count, want] : cases) {
+    const auto one = filled({language + std::string(kHeader), "h", all});
+    one->set("QUARANTINE_MESSAGES_COUNT", count);
+    EXPECT_EQ(one->textbody(), want) << language << count;
+  }
+}
+
+TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
+  const auto one = filled({"Wrap: 40\n" + std::string(kHeader), "h",
+                           "{{#QUARANTINE_MESSAGES_TABLE}}  {{ROW_NUMBER}} {{S}}\n{{/QUARANTINE_MESSAGES_TABLE}}"});
+  const std::string address = "a-long-address-without-a-blank@mail.example";
+  for (const std::string& value : {std::string("short"), "to " + address + " and so on", std::string(50, 'w') + "…",
+                                   std::string("日本語の長い文章は文字のあいだで折り返されることになっています。")}) {
+    one->beginSection("QUARANTINE_MESSAGES_TABLE");
+    one->set("S", value);
+    one->endSection();
+  }
+  const std::string deeper = "\n        ";
+  EXPECT_EQ(one->textbody(), "  1 short\n  2 to" + deeper + address + deeper + "and so on\n  3" + deeper +
+                                 std::string(32, 'w') + deeper + std::string(18, 'w') +
+                                 "…\n  4 日本語の長い文章は文字のあいだで折り" + deeper +
+                                 "返されることになっています。\n");
+}
+
+TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
+  const std::string z = "\u200B";
+  const struct {
+    std::string held;
+    std::string page;
+    std::string text;
+  } cases[] = {
+      {"invoice\u202Efdp.exe", "invoicefdp." + z + "exe", "invoicefdp[.]exe"},
+      {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041", "payp", "payp"},
+      {"👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F"},
+      {"क्\u200Dष a\u200Db", "क्\u200Dष ab", "क्\u200Dष ab"},
+      {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
+      {"see http://a.bc/d", "see http:" + z + "//a." + z + "bc/d", "see http[:]//a[.]bc/d"},
+      {"mail@x.org", "mail" + z + "@x." + z + "org", "mail@x[.]org"},
+      {"3.50 a. b ... V2.x", "3." + z + "50 a. b ... V2." + z + "x", "3.50 a. b ... V2.x"},
+      {"abcdefghijklmn", "abcdefghijk…", "abcdefghijk…"},
+      {std::string(34, 'w'), std::string(30, 'w') + z + "wwww", std::string(34, 'w')},
+      {"👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀",
+       "👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀…",
+       "👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀…"},
+  };
+  for (const auto& [held, page, text] : cases) {
+    const std::size_t limit = held.starts_with("ab") || held.starts_with("👩\u200D🚀👩") ? 12 : 40;
+    EXPECT_EQ(Host::inertText(held, limit, Host::LinkBreak::kHidden), page) << held;
+    EXPECT_EQ(Host::inertText(held, limit, Host::LinkBreak::kVisible), text) << held;
+  }
+  const auto one = filled({kHeader, "{{ORIG_SUBJECT:x-inert=9}}", "t"});
+  one->subject("<b>\"\u202E&<<<<<", "ORIG_SUBJECT");
+  EXPECT_EQ(one->htmlbody(), "&lt;b&gt;&quot;&amp;&lt;&lt;&lt;…");
+}
+
 TEST(TemplateHeaderTest, Sender) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"\"Example, Inc.\" <q@example.org>", "\"Example, Inc.\" <q@example.org>"},
@@ -155,6 +254,12 @@ TEST(TextModifierTest, MailtoLinks) {
 
 class TemplateStoreTest : public ::testing::Test {
  protected:
+  TemplateStoreTest() {
+    root.write(
+        "etc/velmar/host.toml",
+        "[global]\nhost_name = \"mail.example.org\"\n[antispam]\nrelease_account = \"r\"\ndelete_account = \"d\"\n");
+  }
+
   void writeTemplate(const std::string& directory, const std::string& text) const {
     root.write(directory + "/header.tpl", kHeader);
     root.write(directory + "/body.html.tpl", "<p>h</p>");

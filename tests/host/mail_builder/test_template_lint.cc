@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -27,12 +28,25 @@ std::vector<std::string> said(const TemplateTexts& texts) {
   return lines;
 }
 
-TEST(TemplateLintTest, NothingIsSaidOfTheShippedTemplate) {
-  const std::string directory = SHARE "/templates/default/";
-  const TemplateTexts texts{contentOf(directory + "header.tpl"), contentOf(directory + "body.html.tpl"),
-                            contentOf(directory + "body.txt.tpl")};
-  ASSERT_NE(texts.html, "");
-  EXPECT_THAT(said(texts), IsEmpty());
+TEST(TemplateLintTest, ShippedTemplatesAreSoundAndHaveWordsForEachNumber) {
+  std::size_t sets = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(SHARE "/templates")) {
+    const std::string directory = entry.path().string() + "/";
+    const TemplateTexts texts{contentOf(directory + "header.tpl"), contentOf(directory + "body.html.tpl"),
+                              contentOf(directory + "body.txt.tpl")};
+    const ReportTemplate parsed(texts, directory);
+    ASSERT_EQ(parsed.error(), "") << directory;
+    EXPECT_THAT(said(texts), IsEmpty()) << directory;
+    static const std::regex kLanguage("Language: (.*)\n");
+    std::smatch language;
+    ASSERT_TRUE(std::regex_search(texts.header, language, kLanguage)) << directory;
+    const PluralClasses classes(language[1]);
+    for (int count = 0; count <= 200; ++count) {
+      EXPECT_EQ(parsed.countSection(count), "COUNT_" + classes.of(count)) << directory << " " << count;
+    }
+    ++sets;
+  }
+  EXPECT_EQ(sets, 20U);
 }
 
 TEST(TemplateLintTest, EachOddityIsNamedWithItsPlace) {
