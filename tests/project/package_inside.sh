@@ -41,7 +41,7 @@ same "held message" "$(stat -c '%a %U %G' $new/*)" "640 vmail velmar"
   printf '[log]\nfile = "/var/log/velmar/spamreport.log"\n[spam_report]\naccess_link_hours = 1\nschedule = [%s]\n' "$(seq -s , 0 23)"
   printf '[queue]\nkind = "smtp"\nurl = "smtp://127.0.0.1:10025"\n'
   printf '[[domain]]\nname = "example.org"\n[[recipient_policy]]\naddress = "*"\nantispam_profile = 1\n'
-  printf '[[antispam_profile]]\nnumber = 1\nquarantine_report = true\n'
+  printf '[[antispam_profile]]\nnumber = 1\nquarantine_report = true\nweb_release = true\n'
 } >host.toml && cat host.toml >/etc/velmar/host.toml
 mkdir -m 777 sink
 sink() { smtp-sink -u nobody -d /package_test/sink/%M. 127.0.0.1:10025 10 & }
