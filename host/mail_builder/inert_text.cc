@@ -78,10 +78,12 @@ int32_t endOf(const icu::UnicodeString& text, std::size_t characters) {
   icu::BreakIterator& breaker = characterBreaker();
   breaker.setText(text);
   int32_t end = 0;
+  std::size_t points = 0;
   for (std::size_t seen = 0; seen < characters; ++seen) {
     const int32_t next = breaker.next();
     if (next == icu::BreakIterator::DONE) return text.length();
-    if (text.countChar32(0, next) > static_cast<int32_t>(characters * kMaxPoints)) return end;
+    points += static_cast<std::size_t>(text.countChar32(end, next - end));
+    if (points > characters * kMaxPoints) return end;
     end = next;
   }
   return end;
