@@ -154,7 +154,7 @@ std::string ldapFilterFault(std::string_view text) {
 }
 
 std::string userFilterFault(std::string_view text) {
-  if (const std::string fault = ldapFilterFault(text); !fault.empty()) return fault;
+  if (std::string fault = ldapFilterFault(text); !fault.empty()) return fault;
   return text.find("{address}") != std::string_view::npos ? "" : "must hold {address}, else it finds any user";
 }
 
