@@ -153,8 +153,9 @@ void giveToOwner(const std::string& base, const std::string& name) {
 }
 
 void sweepTemporary(const std::string& base) {
-  for (const std::string& name : namesIn(base + "/tmp")) {
-    const std::string path = base + "/tmp/" + name;
+  const std::string directory = base + "/tmp/";
+  for (const std::string& name : namesIn(directory)) {
+    const std::string path = directory + name;
     const Descriptor file(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
     // What cannot be opened is nobody's temporary file, or gone by now.
     if (file.isOpen() && tryLock(file, path)) ::unlink(path.c_str());
