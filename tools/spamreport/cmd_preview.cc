@@ -13,6 +13,7 @@
 #include "tools/spamreport/files.h"
 #include "tools/spamreport/inline_images.h"
 #include "tools/spamreport/mailbox_facts.h"
+#include "tools/spamreport/names.h"
 #include "tools/spamreport/open_page.h"
 #include "tools/spamreport/outcome.h"
 #include "tools/spamreport/recipients.h"
