@@ -190,7 +190,7 @@ TEST_F(Ldap, NeverTakesAPartOrAFaultForAnAnswer) {
       {"a*(b)\\c@d", {}, [](auto& p) { p.ownerAttribute = "description"; }, "entry \"no name\": Invalid DN syntax"},
       {"ada@d", {}, [](auto& p) { p.bindDn.clear(); }, "Insufficient access"},
       {"ada@d", {}, [](auto& p) { p.passwordFile = "/wrong"; }, "=org\": Invalid credentials"},
-      {"ada@d", {}, [](auto& p) { p.passwordFile = "/open"; }, "/open is open to others"},
+      {"ada@d", {}, [](auto& p) { p.passwordFile = "/open"; }, "/open is open to every user of this host"},
       {"ada@d", {}, [](auto& p) { p.passwordFile = "/empty"; }, "/empty has an empty first line"},
       {"ada@d", {}, [](auto& p) { p.passwordFile = "/none"; }, "/none cannot be opened: No such file"},
       {"ada@d", {}, [](auto& p) { p.passwordFile = "/slapd"; }, "/slapd is no regular file"},
