@@ -10,7 +10,7 @@ import threading
 import unittest
 from pathlib import Path
 
-from certificates import make_certificates
+from loopback import make_certificates
 from postfix import Postfix, can_run
 
 MAIL = b"From: s@example.org\r\nSubject: x\r\n\r\n.dot\r\n..\r\n\xc3\xbc\r\nlast"

@@ -215,8 +215,8 @@ TEST_F(Ldap, DemandsTheCertificateOfTheRightAuthority) {
   } cases[] = {
       {true, "/slapd/ca.pem", "127.0.0.1", "nothing thrown"},
       {false, "/slapd/ca.pem", "127.0.0.1", "nothing thrown"},
-      {true, "/slapd/other-ca.pem", "127.0.0.1", "TLS, with a valid certificate for this host by an authority"},
-      {false, "/slapd/other-ca.pem", "127.0.0.1", "slapd/other-ca.pem: Can't contact LDAP server"},
+      {true, "/slapd/other.pem", "127.0.0.1", "TLS, with a valid certificate for this host by an authority"},
+      {false, "/slapd/other.pem", "127.0.0.1", "slapd/other.pem: Can't contact LDAP server"},
       {true, "/slapd/ca.pem", "localhost", "TLS, with a valid certificate for this host by an authority"},
       {false, "/slapd/ca.pem", "localhost", "slapd/ca.pem: Can't contact LDAP server"},
       {false, "", "127.0.0.1", "by an authority in /etc/"},
