@@ -354,13 +354,6 @@ class HostTest(unittest.TestCase):
         for code in ["xx", "deutsch!", "zzz-DE"]:
             self.assertIn(code, self.on_host("prefs", "set", owner, "language", code, want=2))
 
-    def test_queue_show_writes_the_mail_as_it_is(self):
-        self.on_host(*ONE_OF_ORG, "chiyo@example.org")
-        name, *row = self.on_host("queue", "list").splitlines()[1].split()
-        self.assertIn(str(len(self.on_host("queue", "show", name).encode())), row)
-        for identifier in ["20000101000000-1-1-0", "../" + name]:
-            self.assertIn(identifier, self.on_host("queue", "show", identifier, want=1))
-
     def test_demo_refreshes_its_own_directory(self):
         self.on_host(*ONE_OF_ORG, "chiyo@example.org")
         self.configure("port = 443", "port = 444")
