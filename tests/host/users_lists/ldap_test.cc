@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
 
 #include "host/host.h"
@@ -353,20 +352,6 @@ TEST_F(Ldap, KeepsConnectionsForThisProcessAndAWhile) {
   const auto kept = idle.take();
   ASSERT_NE(kept, nullptr);
   EXPECT_FALSE(kept->read("cn=none," + config.userBase, "mail"));
-}
-
-TEST_F(Ldap, ServesManyThreads) {
-  LdapDirectory directory(profile());
-  std::atomic<int> good{0};
-  const auto look = [&] {
-    for (int i = 0; i < 20; ++i) {
-      good += directory.ownersOfGroupsOf("ada@d", true).size() == 4 && directory.ownersOfGroupsOf("x@d", true).empty();
-    }
-  };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) threads.emplace_back(look);
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(good, 160);
 }
 
 TEST_F(Ldap, IsWhatTheConfigurationSays) {
