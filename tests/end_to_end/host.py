@@ -98,6 +98,14 @@ class Host:
                 " ".join(map(str, arguments)), done.returncode, want, done.stdout, done.stderr))
         return done
 
+    def configure(self, old, new):
+        """Replaces the first such words of the configuration."""
+        path = self.root / "etc/velmar/host.toml"
+        text = path.read_text()
+        if old not in text:
+            raise AssertionError("not in the configuration: " + old)
+        path.write_text(text.replace(old, new, 1))
+
     def run(self, *recipients, until=None, period=DAY, want=0):
         """The exported call for some mailboxes; returns the events that it logged to stderr."""
         done = self.command("run", "--verbose", "--root", self.root, "--domain", recipients[0].rpartition("@")[2],

@@ -51,7 +51,7 @@ class MailHost(Host):
         shutil.copy(slapd.directory / "ca.pem", self.root / "etc/velmar/ca.pem")
         return slapd
 
-    def configure(self, smtp_port, ldap_url=None, tls="false", queue=""):
+    def connect(self, smtp_port, ldap_url=None, tls="false", queue=""):
         text = self.original
         if ldap_url:
             owner = 'send_to_group_owner = true\nldap_profile = 1\n'
@@ -129,7 +129,7 @@ class MailHostTest(unittest.TestCase):
 
     def test_reports_reach_their_people(self):
         postfix, slapd = self.postfix(), self.host.start_slapd()
-        self.host.configure(postfix.port, "ldap://127.0.0.1:%d" % slapd.port, tls="true")
+        self.host.connect(postfix.port, "ldap://127.0.0.1:%d" % slapd.port, tls="true")
         self.host.run_all("--jobs", 2)
         self.assertEqual(received(postfix), everybody())
         self.assertEqual(self.host.spool_files(), [])
@@ -146,7 +146,7 @@ class MailHostTest(unittest.TestCase):
                 self.host = MailHost(self.addCleanup)
                 later = {"": reply} if fault == "" else {}
                 server = self.postfix(started=False) if fault is None else MailServer(self.addCleanup, fault, later)
-                self.host.configure(server.port, queue="timeout = 1")
+                self.host.connect(server.port, queue="timeout = 1")
                 began = time.monotonic()
                 result, _ = self.host.run_all()
                 self.assertLess(time.monotonic() - began, 60)
@@ -154,7 +154,7 @@ class MailHostTest(unittest.TestCase):
                 self.assertIn(reply, self.host.queue())
                 self.assertGreaterEqual(len(self.host.spool_files()), len(expected.ACTIONS))
                 self.assertGreaterEqual(len(getattr(server, "mails", [])), read)
-                self.host.configure(postfix.port)
+                self.host.connect(postfix.port)
                 self.host.flush()
                 people += everybody(owners=False)
                 self.assertEqual(received(postfix), people)
@@ -163,7 +163,7 @@ class MailHostTest(unittest.TestCase):
     def test_refused_and_delayed_recipients_cost_only_themselves(self):
         gone, later = POSTMASTER, "anna@example.org"
         postfix = self.postfix(access={gone: "REJECT gone away", later: "451 4.2.1 come back"})
-        self.host.configure(postfix.port)
+        self.host.connect(postfix.port)
         self.host.run_all(want=1)
         people = everybody(owners=False)
         self.assertEqual(received(postfix), Counter({p: n for p, n in people.items() if p not in (gone, later)}))
@@ -186,7 +186,7 @@ class MailHostTest(unittest.TestCase):
         for url in ("ldap://127.0.0.1:%d" % slapd.port, "ldap://127.0.0.1:%d" % silent.port,
                     "ldaps://127.0.0.1:%d" % silent.port):
             with self.subTest(url=url):
-                self.host.configure(postfix.port, url)
+                self.host.connect(postfix.port, url)
                 began = time.monotonic()
                 result, rows = self.host.run_all()
                 self.assertLess(time.monotonic() - began, 60)
@@ -206,7 +206,7 @@ class MailHostTest(unittest.TestCase):
         filler = spool / "filler"
         fill(filler)
         for floor in ("min_free_mib = 1", "min_free_mib = 0\nmin_free_inodes = 0"):
-            self.host.configure(postfix.port, queue=floor)
+            self.host.connect(postfix.port, queue=floor)
             result, rows = self.host.run_all(want=1)
             self.assertEqual(result["counts"]["failed"], len(expected.ACTIONS))
             self.assertIn("0 MiB are free", rows["anna@example.org"]["detail"])

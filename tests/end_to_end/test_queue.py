@@ -44,7 +44,8 @@ class QueueTest(unittest.TestCase):
         self.assertRegex(out, r"(?s)^UNREADABLE  20200101.*\n1 handed on, 1 delayed, 1 failed, 1 unreadable\n$")
         out = self.on_host("queue", "list")
         self.assertRegex(out, r"(?m) waiting +\d+ s +1 +in [45] min .* boris@example.org +450 4.2.0 full$")
-        (chiyo, size), = re.findall(r"(?m)^(\S+) +FAILED +\d+ s +1 +- +(\d+) .* chiyo@example.org +550 5.1.1 unknown$", out)
+        failed = r"(?m)^(\S+) +FAILED +\d+ s +1 +- +(\d+) .* chiyo@example.org +550 5.1.1 unknown$"
+        (chiyo, size), = re.findall(failed, out)
         self.assertEqual(len(self.on_host("queue", "show", chiyo).encode()), int(size))
         for identifier in ["20000101000000-1-1-0", "../" + chiyo]:
             self.assertIn(identifier, self.on_host("queue", "show", identifier, want=1))

@@ -42,8 +42,7 @@ class ScheduledTest(unittest.TestCase):
         self.assertIsNone(self.at(32.4)[0])
 
     def test_what_was_missed_longer_than_the_bound_is_left_out(self):
-        toml = self.host.root / "etc/velmar/host.toml"
-        toml.write_text(toml.read_text().replace("[spam_report]", "[spam_report]\ncatch_up_hours = 20", 1))
+        self.host.configure("[spam_report]", "[spam_report]\ncatch_up_hours = 20")
         self.hold(EDGE, lost=8, kept=12, late=31)
         self.at(8)
         self.assertEqual(self.at(32)[0], ["late", "kept"])
@@ -76,6 +75,5 @@ class ScheduledTest(unittest.TestCase):
                           for names in (sent, [mail.mailbox for mail in self.host.queued()])], [["0", "1"], ["2", "3", "4"]])
 
     def test_nothing_is_scheduled(self):
-        toml = self.host.root / "etc/velmar/host.toml"
-        toml.write_text(toml.read_text().replace("schedule = [8, 12, 16]", "schedule = []"))
+        self.host.configure("schedule = [8, 12, 16]", "schedule = []")
         self.assertEqual(self.at(8)[1].stderr, "spamreport: no hour is scheduled: [spam_report] schedule is empty\n")
