@@ -56,6 +56,7 @@ class MailHost(Host):
         if ldap_url:
             owner = 'send_to_group_owner = true\nldap_profile = 1\n'
             text = text.replace('name = "example.org"\n', 'name = "example.org"\n' + owner, 1)
+            text += '\n[[ldap_profile]]\nnumber = 2\nurls = ["ldap://127.0.0.1:1"]\nuser_base = "o=other"\n'
             text += ('\n[[ldap_profile]]\nnumber = 1\nurls = ["%s"]\nstart_tls = %s\nca_file = "/etc/velmar/ca.pem"\n'
                      'bind_dn = "%s"\npassword_file = "/etc/velmar/ldap-password"\nuser_base = "%s"\ntimeout = 1\n'
                      % (ldap_url, tls, ADMIN, SUFFIX))
