@@ -92,16 +92,6 @@ void complainOf(const std::string& address, const Outcome& outcome) {
             << " (spamreport check --mailbox says more)\n";
 }
 
-/// Names of the shipped templates, in order.
-std::vector<std::string> shippedTemplates() {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(Host::shareDirectory() + "/templates")) {
-    if (entry.path().filename().string().starts_with(kDefault)) names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 /// "default-pt-BR" is in "pt_BR", "default" in English.
 std::string languageOf(const std::string& templateName) {
   std::string language = templateName.substr(std::min(kDefault.size() + 1, templateName.size()));
@@ -125,7 +115,7 @@ std::string indexPage(const std::vector<std::string>& names) {
 
 int previewAll(const PreviewOptions& options, const std::string& address, std::int64_t until) {
   const std::filesystem::path directory = options.directory;
-  const std::vector<std::string> names = shippedTemplates();
+  const std::vector<std::string> names = Host::shippedTemplates();
   for (const std::string& name : names) {
     Host::setPreview({languageOf(name), name, ""});
     MailCatcher catcher;
