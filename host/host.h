@@ -267,6 +267,10 @@ VLM_EXPORT std::vector<std::pair<std::string, std::string>> listEntries(const st
 /// Whether dates can be written in the language of this code ("de", "pt-BR", "de_DE.UTF-8"); else they are in English.
 VLM_EXPORT bool isKnownLanguage(const std::string& code);
 
+/// The name of a language in English, and in its own words where these differ: "German, Deutsch". An unknown code stays
+/// as it is.
+VLM_EXPORT std::string languageName(const std::string& code);
+
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);
 

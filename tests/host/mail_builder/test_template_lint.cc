@@ -54,7 +54,7 @@ TEST(TemplateLintTest, ShippedTemplatesAreSoundAndHaveWordsForEachNumber) {
     }
     ++sets;
   }
-  EXPECT_EQ(sets, 20U);
+  EXPECT_GE(sets, 20U);
 }
 
 TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
