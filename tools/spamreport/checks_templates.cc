@@ -54,12 +54,12 @@ std::string fullName(const std::string& name, const std::string& domain) {
 }
 
 std::string remedy(const std::string& place) {
-  return "see header.tpl, body.html.tpl and body.txt.tpl in " + place + "/, and templates.md of the documentation";
+  return "header.tpl, body.html.tpl and body.txt.tpl belong in " + place + "/; templates.md explains them";
 }
 
 Check templateCheck(const std::string& subject, const std::string& name, const std::string& domain) {
   return {subject, [=] { return lookAtTemplate(name, domain); },
-          remedy("etc/velmar/templates/" + fullName(name, domain)) + ", or name another template"};
+          remedy("etc/velmar/templates/" + fullName(name, domain)) + "; or name another template"};
 }
 
 void addRemarks(std::vector<Finding>& findings, const std::string& name,
@@ -145,7 +145,7 @@ void addUnusedTemplateChecks(Checks& checks) {
     const std::string full = fullName(set.name, set.domain);
     if (used.contains(full)) continue;
     checks.push_back({"unused template " + full, [set] { return lookAtUnusedTemplate(set); },
-                      remedy("etc/velmar/templates/" + full) + ", or remove it"});
+                      remedy("etc/velmar/templates/" + full) + "; or remove it"});
   }
   checks.push_back({"templates as installed", lookAtShippedTemplates, "install the software again"});
 }

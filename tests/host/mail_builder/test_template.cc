@@ -228,7 +228,8 @@ TEST(TemplateHeaderTest, Sender) {
     std::string got;
     const std::string failure = thrownBy([&] { got = one->headerFromRFC2047(); });
     EXPECT_EQ(got, want) << line;
-    EXPECT_EQ(failure, want.empty() ? "template t: From is no mail address: \"" + line + "\"" : "nothing thrown");
+    EXPECT_EQ(failure,
+              want.empty() ? "template t: header.tpl: From is no mail address: \"" + line + "\"" : "nothing thrown");
   }
 }
 
@@ -242,7 +243,8 @@ TEST(TemplateHeaderTest, SubjectAndEnvelope) {
   one->set("E", "bounce@x");
   EXPECT_EQ(one->envFrom(), "bounce@x");
   one->set("E", "no address");
-  EXPECT_EQ(thrownBy([&] { one->envFrom(); }), "template t: Envelope-From is no mail address: \"<no address>\"");
+  EXPECT_EQ(thrownBy([&] { one->envFrom(); }),
+            "template t: header.tpl: Envelope-From is no mail address: \"<no address>\"");
 }
 
 TEST(TextModifierTest, MailtoLinks) {

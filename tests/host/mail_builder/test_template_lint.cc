@@ -213,7 +213,8 @@ Names documented(const std::string& head) {
     if (first.find_first_not_of(" -") == std::string::npos) continue;
     if (first.find('`') == std::string::npos) table = first;
     if (table != " " + head + " ") continue;
-    const std::string where = (*row)[2].str().substr(1, (*row)[2].length() - 2);
+    const std::string cell = (*row)[2];
+    const std::string where = cell.substr(1, cell.size() - 2);
     for (const std::string& place : placesIn(where)) {
       for (const std::string& name : quotedIn(first)) names.emplace(place, name);
     }
