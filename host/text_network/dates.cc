@@ -137,4 +137,17 @@ bool Host::isKnownLanguage(const std::string& code) {
   return !code.empty() && code.size() <= kMaxLanguage && isKnown(rawLocaleOf(code));
 }
 
+std::string Host::languageName(const std::string& code) {
+  if (!isKnownLanguage(code)) return code;
+  const icu::Locale locale = rawLocaleOf(code);
+  icu::UnicodeString english;
+  icu::UnicodeString own;
+  std::string name;
+  locale.getDisplayName(icu::Locale::getEnglish(), english);
+  locale.getDisplayName(locale, own);
+  english.toUTF8String(name);
+  if (own != english) own.toUTF8String(name += ", ");
+  return name;
+}
+
 }  // namespace Velmar

@@ -145,7 +145,7 @@ class HostTest(unittest.TestCase):
                 self.assertNotIn("Success", out)
                 self.assertRegex(out, r"(?m)^BAD   %s  +\S.*\n +to mend it: \S" % re.escape(subject))
                 self.assertEqual(out.count("\nBAD"), number, out)
-        self.assertEqual(self.on_host("check", "--templates", want=1).count("\nBAD"), 1)
+        self.assertEqual(self.on_host("check", "--templates", want=1).count("\nBAD"), 4)  # with its images
         self.host.configure("port = 443", "port = 70000")
         self.assertRegex(self.on_host("check", want=1), r"^BAD  configuration  .*70000")
 
@@ -156,7 +156,27 @@ class HostTest(unittest.TestCase):
         out = self.on_host("check", "--templates", want=1)
         for text in [r"unknown variable RELEASE: it is always empty", r"there is no image LOGO"]:
             self.assertRegex(out, r'(?m)^BAD +template of the system +"default": body.html.tpl:\d+: .*' + text)
-        self.assertIn("2 faults", out)
+        self.assertIn("does not say how to release", out)
+        self.assertIn("3 faults", out)
+
+    def test_check_of_templates_looks_at_all_sets_and_names(self):
+        own = self.root / "etc/velmar/templates"
+        for place in ["idle", "exmaple.net/idle", "empty/none"]:
+            shutil.copytree(Path(os.environ["VELMAR_SHARE"]) / "templates/default", own / place)
+        for path in (own / "empty/none").iterdir():
+            path.unlink()
+        (own / "idle/body.txt.tpl").write_text("{{X}} x")
+        self.host.configure('name = "example.net"', 'name = "example.net"\nown_template = true\ntemplate = "lost"')
+        self.host.configure('name = "example.com"', 'name = "example.com"\ntemplate = "idle"')
+        out = self.on_host("check", "--templates", want=1)
+        for line in [r'BAD   template of example.net +"lost": there is no template in .*/templates/example.net/lost/',
+                     r'note  template of example.com +template = "idle" has no effect',
+                     r'BAD   unused template idle +"idle": body.txt.tpl:1: unknown variable X',
+                     r'note  unused template exmaple.net/idle +no domain of the configuration looks in',
+                     r"good  templates as installed +\d+ templates"]:
+            self.assertRegex(out, "(?m)^" + line)
+        self.assertNotIn("none", re.sub("logo.*", "", out))
+        self.assertNotIn("unused", self.on_host("check", want=1))
 
     def test_check_looks_at_schedule_and_files_of_the_configuration(self):
         self.host.configure("schedule = [8, 12, 16]", "schedule = []")
@@ -230,7 +250,7 @@ class HostTest(unittest.TestCase):
         with sqlite3.connect(self.root / "var/lib/velmar/state.db") as state:
             state.execute("UPDATE preference SET language = 'xx' WHERE address LIKE 'dana%'")
         self.assertRegex(self.on_host("check", "--mailbox", "dana@example.net", want=1),
-                         r'(?s)note  language +"xx" is unknown.*BAD   template +"lost": there is no \S+/lost/\n'
+                         r'(?s)note  language +"xx" is unknown.*BAD   template +"lost": there is no template in \S+/lost/\n'
                          r'good  template +"default" stands in\n')
         self.assertEqual(self.on_host("lists", "show", "kim+lists@example.net"), lists)
         self.assertFalse((self.root / "var/log").exists())
@@ -309,6 +329,7 @@ class HostTest(unittest.TestCase):
         names = {path.name for path in (Path(os.environ["VELMAR_SHARE"]) / "templates").iterdir()}
         self.assertEqual({path.stem for path in out.glob("default*.html")}, names)
         self.assertEqual(set(re.findall(r'src="([^"]*)\.html"', (out / "index.html").read_text())), names)
+        self.assertIn("<h2 dir=\"auto\">German, Deutsch</h2>", (out / "index.html").read_text())
         self.assertRegex((out / "default-ja.txt").read_text(), r"\d{4}/\d\d/\d\d \d+:\d\d")
         self.assertIn('dir="rtl"', (out / "default-he.html").read_text())
 
