@@ -85,6 +85,15 @@ bool isRegularFile(const Host::Descriptor& file) {
 
 std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
+/// A file name that a header line can hold as it is.
+std::string checkedFileName(const std::string& path) {
+  std::string name = baseName(path);
+  const bool clean =
+      std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~' && c != '"' && c != '\\'; });
+  if (!clean || name.empty()) throw refused("image \"" + path + "\" has no name that a mail can carry", __LINE__);
+  return name;
+}
+
 /// The host's own image, else the installed one of the same name.
 std::string readImage(const std::string& path) {
   errno = 0;
@@ -173,8 +182,9 @@ void VXMPopulateEmail::alternative_html(const std::string& body, const std::stri
 }
 
 std::string VXMPopulateEmail::add_image_inline(const std::string& path, ContentType::SubType type) {
+  std::string name = checkedFileName(path);
   std::string id = "img" + std::to_string(impl_->images.size() + 1) + "." + impl_->token + "@velmar";
-  impl_->images.push_back({id, baseName(path), imageSubtype(type), readImage(path)});
+  impl_->images.push_back({id, std::move(name), imageSubtype(type), readImage(path)});
   return id;
 }
 
