@@ -5,7 +5,6 @@ find_package(Boost 1.74 REQUIRED COMPONENTS thread chrono)
 pkg_check_modules(CTEMPLATE REQUIRED IMPORTED_TARGET libctemplate)
 
 if(VELMAR_PLATFORM STREQUAL "host")
-  pkg_check_modules(GMIME REQUIRED IMPORTED_TARGET gmime-3.0)
   pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
   pkg_check_modules(TOMLPLUSPLUS REQUIRED IMPORTED_TARGET tomlplusplus)
   pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl>=7.85)

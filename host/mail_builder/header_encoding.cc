@@ -1,7 +1,7 @@
 // Encodes and folds header values. The template makes From and Subject with it, the mail builder its header.
 //
-// Own code instead of GMime's: g_mime_utils_header_encode_* of 3.2.13 makes encoded words longer than the 75 characters
-// that RFC 2047 allows, leaves "=?...?=" in plain text (which readers then decode), and in phrases writes "=" raw.
+// Own code: the encoder of GMime 3.2.13 makes encoded words longer than the 75 characters that RFC 2047 allows, leaves
+// "=?...?=" in plain text (which readers then decode), and in phrases writes "=" raw.
 
 #include "host/mail_builder/header_encoding.h"
 

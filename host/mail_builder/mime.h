@@ -1,6 +1,6 @@
 #pragma once
 
-// The finished mail as bytes, made by GMime.
+// The finished mail as bytes.
 
 #include <string>
 #include <string_view>
@@ -10,9 +10,9 @@ namespace Velmar::Host {
 
 struct InlineImage {
   std::string contentId;  ///< without brackets
-  std::string fileName;
-  const char* subtype;  ///< of "image/"
-  std::string bytes;
+  std::string fileName;   ///< printable ASCII without quotes and backslashes
+  const char* subtype;    ///< of "image/"
+  std::string bytes;      ///< at most 1 GiB
 };
 
 /// What a report mail consists of, by reference. Header values are ready for the wire and checked.

@@ -2,29 +2,22 @@
 //
 // The library fills one of these for each report while it expands the HTML, which attaches the images.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "host/common/root.h"
 #include "host/mail_builder/header_encoding.h"
 #include "host/mail_builder/mail_sink.h"
 #include "host/mail_builder/message_ids.h"
 #include "host/mail_builder/mime.h"
-#include "host/mail_builder/system_file.h"
+#include "host/mail_builder/report_image.h"
 #include "host/mail_builder/utf8.h"
 #include "platform/mail_builder.h"
 #include "platform/types.h"
 
 namespace Velmar {
 namespace {
-
-constexpr std::size_t kMaxImage = std::size_t{1} << 20;
 
 Exception refused(const std::string& what, int line) {
   return Exception("MailBuilderException", 4, "VXMPopulateEmail", line, what);
@@ -78,27 +71,15 @@ const char* imageSubtype(ContentType::SubType type) {
   throw refused("unknown image type " + std::to_string(static_cast<int>(type)), __LINE__);
 }
 
-bool isRegularFile(const Host::Descriptor& file) {
-  struct stat status {};
-  return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-/// The host's own image, else the installed one of the same name.
-std::string readImage(const std::string& path) {
-  errno = 0;
-  Host::Descriptor file(File::openReadOnly(path.c_str()));
-  if (!file.isOpen() && (errno == ENOENT || errno == ENOTDIR)) {
-    const std::string installed = Host::shareDirectory() + "/images/" + baseName(path);
-    file = Host::Descriptor(::open(installed.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    if (file.isOpen() && !isRegularFile(file)) throw refused("image " + installed + " is not a regular file", __LINE__);
-  }
-  if (!file.isOpen()) {
-    const std::string reason = errno ? Host::errorText(errno) : "is not a regular file";
-    throw refused("image " + path + " cannot be opened: " + reason, __LINE__);
-  }
-  return Host::readUpTo(file.get(), kMaxImage, "image " + path);
+/// A file name that a header line can hold as it is.
+std::string checkedFileName(const std::string& path) {
+  std::string name = baseName(path);
+  const bool clean =
+      std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~' && c != '"' && c != '\\'; });
+  if (!clean || name.empty()) throw refused("image \"" + path + "\" has no name that a mail can carry", __LINE__);
+  return name;
 }
 
 std::vector<std::string> checkedRecipients(const std::string& recipients) {
@@ -173,8 +154,9 @@ void VXMPopulateEmail::alternative_html(const std::string& body, const std::stri
 }
 
 std::string VXMPopulateEmail::add_image_inline(const std::string& path, ContentType::SubType type) {
+  std::string name = checkedFileName(path);
   std::string id = "img" + std::to_string(impl_->images.size() + 1) + "." + impl_->token + "@velmar";
-  impl_->images.push_back({id, baseName(path), imageSubtype(type), readImage(path)});
+  impl_->images.push_back({id, std::move(name), imageSubtype(type), Host::reportImage(path)});
   return id;
 }
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <iterator>
 #include <optional>
 
 #include "host/common/directories.h"
@@ -29,6 +30,11 @@ void makePlaces() {
     makeDirectories(std::string(kSpool) + "/" + place);
     giveToOwner(spoolPath(), place);
   }
+}
+
+bool placesStand() {
+  return std::all_of(std::begin(kPlaces), std::end(kPlaces),
+                     [](const char* place) { return ::access((spoolPath() + "/" + place).c_str(), F_OK) == 0; });
 }
 
 /// The front of a file up to the end of its envelope, or as much as an envelope may have.
@@ -107,7 +113,7 @@ void writeToSpool(const QueuedMail& mail, const SpoolFloor& floor) {
   std::string text = spoolEnvelopeText(entry);
   if (text.size() > kMaxNewEnvelope) throw spoolFault(path, "too many recipients");
   text += mail.content;
-  makePlaces();
+  if (!placesStand()) makePlaces();
   const std::string fault = spoolSpaceFault(spoolPath(), text.size(), floor);
   if (!fault.empty()) throw spoolFault(path, fault);
   createDurably(spoolPath(), mail.id, text);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -15,6 +16,9 @@
 
 namespace Velmar::Host {
 namespace {
+
+// A file changed this shortly before it was looked at may change once more within the same tick of its time stamp.
+constexpr long long kUnsettled = 50'000'000;  // nanoseconds
 
 constexpr std::size_t kStep = std::size_t{64} << 10;
 
@@ -32,6 +36,19 @@ long long nanoseconds(const struct timespec& time) { return time.tv_sec * 1'000'
 
 FileIdentity identityOf(const struct stat& status) noexcept {
   return {status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
+}
+
+FileIdentity identityAt(const std::string& path) noexcept {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? identityOf(status) : FileIdentity{};
+}
+
+bool isSettled(const FileIdentity& identity) noexcept {
+  struct timespec moment {};
+  ::clock_gettime(CLOCK_REALTIME, &moment);
+  const long long now = nanoseconds(moment);
+  const auto justNow = [now](long long time) { return time > now - kUnsettled && time <= now; };
+  return !justNow(identity.modified) && !justNow(identity.changed);
 }
 
 std::string readUpTo(int fd, std::size_t limit, const std::string& path) {

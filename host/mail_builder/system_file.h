@@ -25,6 +25,12 @@ struct FileIdentity {
 
 FileIdentity identityOf(const struct stat& status) noexcept;
 
+/// Of the file that `path` leads to; FileIdentity{} when there is none, or it cannot be looked at.
+FileIdentity identityAt(const std::string& path) noexcept;
+
+/// Whether a change of the file after now would show in its identity: time stamps are coarse.
+bool isSettled(const FileIdentity& identity) noexcept;
+
 /// The rest of an open file. Throws Exception naming `path` when it cannot be read or holds more than `limit` bytes.
 std::string readUpTo(int fd, std::size_t limit, const std::string& path);
 

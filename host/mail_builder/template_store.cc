@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ctime>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -29,9 +28,6 @@ namespace {
 
 constexpr std::size_t kMaxFile = std::size_t{1} << 20;
 constexpr std::size_t kMaxKept = 256;  // templates; one a domain is usual
-
-// A file changed this shortly before it was read may change once more within the same tick of its time stamp.
-constexpr long long kUnsettled = 50'000'000;  // nanoseconds
 
 constexpr std::array<const char*, 3> kFiles = {"header.tpl", "body.html.tpl", "body.txt.tpl"};
 
@@ -77,21 +73,19 @@ TemplateFile openFile(const std::string& path) {
   return file;
 }
 
+Identities identitiesIn(const std::string& directory) {
+  Identities identities;
+  for (std::size_t i = 0; i < kFiles.size(); ++i) identities[i] = identityAt(directory + "/" + kFiles[i]);
+  return identities;
+}
+
 Identities identitiesOf(const TemplateFiles& files) {
   Identities identities;
   for (std::size_t i = 0; i < files.size(); ++i) identities[i] = files[i].identity;
   return identities;
 }
 
-bool areSettled(const Identities& identities) {
-  struct timespec now {};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  const long long end = now.tv_sec * 1'000'000'000LL + now.tv_nsec;
-  const auto justNow = [end](long long time) { return time > end - kUnsettled && time <= end; };
-  return std::none_of(identities.begin(), identities.end(), [&justNow](const FileIdentity& identity) {
-    return justNow(identity.modified) || justNow(identity.changed);
-  });
-}
+bool areSettled(const Identities& identities) { return std::all_of(identities.begin(), identities.end(), isSettled); }
 
 /// The files of a directory; those that are not there are not open. Empty when there is none of them.
 std::optional<TemplateFiles> openFiles(const std::string& directory) {
@@ -168,12 +162,14 @@ void keep(const std::string& directory, KeptTemplate entry) {
 }  // namespace
 
 std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& directory) {
+  const Identities seen = identitiesIn(directory);
+  if (auto parsed = keptTemplate(directory, seen)) return parsed;
+
   const std::optional<TemplateFiles> files = openFiles(directory);
   if (!files) return nullptr;
 
   KeptTemplate entry;
   entry.identities = identitiesOf(*files);
-  if (auto parsed = keptTemplate(directory, entry.identities)) return parsed;
   entry.settled = areSettled(entry.identities);
   entry.parsed = std::make_shared<const ReportTemplate>(readTexts(directory, *files), directory);
   keep(directory, entry);

@@ -4,8 +4,10 @@
 
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
-#include <unicode/unistr.h>
+#include <unicode/utext.h>
+#include <unicode/utf8.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -15,7 +17,112 @@ namespace Velmar::Host {
 namespace {
 
 /// Deeper than any line of a template begins, so that no part of a held text can pass for one.
-constexpr char16_t kDeeper[] = u"      ";
+constexpr std::string_view kDeeper = "      ";
+
+bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+
+/// One character of UTF-8 and the bytes that it takes; negative where they are malformed.
+struct Character {
+  UChar32 point;
+  std::size_t bytes;
+};
+
+Character characterAt(std::string_view text, std::size_t place) {
+  if (isAscii(text[place])) return {text[place], 1};
+  const auto left = static_cast<std::int32_t>(std::min<std::size_t>(text.size() - place, U8_MAX_LENGTH));
+  std::int32_t bytes = 0;
+  UChar32 point = 0;
+  U8_NEXT(reinterpret_cast<const std::uint8_t*>(text.data()) + place, bytes, left, point);
+  return {point, static_cast<std::size_t>(bytes)};
+}
+
+std::size_t columnsOf(UChar32 c) {
+  if (c < 0x80) return 1;
+  if ((U_GET_GC_MASK(c) & (U_GC_MN_MASK | U_GC_ME_MASK | U_GC_CF_MASK)) != 0) return 0;
+  const int width = u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH);
+  return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+}
+
+/// Never more than the text has bytes.
+std::size_t columnsOf(std::string_view text) {
+  std::size_t columns = 0;
+  for (std::size_t i = 0; i < text.size();) {
+    const Character c = characterAt(text, i);
+    columns += columnsOf(c.point);
+    i += c.bytes;
+  }
+  return columns;
+}
+
+std::string_view withoutBlanksAtEnd(std::string_view text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
+
+/// A word that means the same in pieces: letters, digits and marks only, perhaps cut off by an ellipsis.
+bool isPlainWord(std::string_view word) {
+  for (std::size_t i = 0; i < word.size();) {
+    const Character c = characterAt(word, i);
+    if (!u_isalnum(c.point) && (U_GET_GC_MASK(c.point) & U_GC_M_MASK) == 0 && c.point != 0x2026) return false;
+    i += c.bytes;
+  }
+  return true;
+}
+
+/// Appends to `out` the lines that one line becomes.
+class Wrapping {
+ public:
+  Wrapping(std::string_view line, std::size_t columns, std::string& out) : columns_(columns), out_(out) {
+    const std::size_t blanks = std::min(line.find_first_not_of(' '), line.size());
+    indent_ = line.substr(0, blanks);
+    if (blanks > 0) indent_ += kDeeper;
+  }
+
+  /// The piece between two places where a line may end, with the blanks at its end.
+  void add(std::string_view piece) {
+    const std::string_view bare = withoutBlanksAtEnd(piece);
+    const std::size_t width = columnsOf(bare);
+    if (begun_ && column_ + width > columns_) newLine();
+    if (column_ + width > columns_ && isPlainWord(bare)) return addInPieces(piece);
+    out_ += piece;
+    column_ += width + (piece.size() - bare.size());
+    begun_ = begun_ || !bare.empty();
+  }
+
+  void end() { out_.resize(withoutBlanksAtEnd(out_).size()); }
+
+ private:
+  void newLine() {
+    end();
+    out_ += '\n';
+    out_ += indent_;
+    column_ = indent_.size();
+  }
+
+  void addInPieces(std::string_view word) {
+    for (std::size_t i = 0; i < word.size();) {
+      const Character c = characterAt(word, i);
+      if (column_ + columnsOf(c.point) > columns_) newLine();
+      out_ += word.substr(i, c.bytes);
+      column_ += columnsOf(c.point);
+      i += c.bytes;
+    }
+    begun_ = true;
+  }
+
+  std::size_t columns_;
+  std::string& out_;
+  std::string indent_;
+  std::size_t column_ = 0;
+  bool begun_ = false;
+};
+
+/// A line of ASCII may end after blanks only: words of ASCII, such as links, stay whole.
+void wrapAscii(std::string_view line, Wrapping& wrapping) {
+  for (std::size_t from = 0; from < line.size();) {
+    const std::size_t blank = line.find(' ', from);
+    const std::size_t to = std::min(line.find_first_not_of(' ', blank), line.size());
+    wrapping.add(line.substr(from, to - from));
+    from = to;
+  }
+}
 
 icu::BreakIterator& lineBreaker() {
   thread_local const std::unique_ptr<icu::BreakIterator> kBreaker = [] {
@@ -30,109 +137,49 @@ icu::BreakIterator& lineBreaker() {
   return *kBreaker;
 }
 
-std::size_t columnsOf(UChar32 c) {
-  if ((U_GET_GC_MASK(c) & (U_GC_MN_MASK | U_GC_ME_MASK | U_GC_CF_MASK)) != 0) return 0;
-  const int width = u_getIntPropertyValue(c, UCHAR_EAST_ASIAN_WIDTH);
-  return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+/// Whether a line may end before `place`, where ICU says that it may: not within words of ASCII.
+bool mayBreak(std::string_view text, std::size_t place) {
+  return place == text.size() || text[place - 1] == ' ' || !isAscii(text[place - 1]) || !isAscii(text[place]);
 }
 
-std::size_t columnsOf(const icu::UnicodeString& text) {
-  std::size_t columns = 0;
-  for (int32_t i = 0; i < text.length(); i = text.moveIndex32(i, 1)) columns += columnsOf(text.char32At(i));
-  return columns;
-}
-
-/// Whether a line may end before `place`, where ICU says that it may: not within words of ASCII, such as links.
-bool mayBreak(const icu::UnicodeString& text, int32_t place) {
-  return text[place - 1] == u' ' || text[place - 1] >= 0x80 || text[place] >= 0x80;
-}
-
-/// A word that means the same in pieces: letters, digits and marks only, perhaps cut off by an ellipsis.
-bool isPlainWord(const icu::UnicodeString& word) {
-  for (int32_t i = 0; i < word.length(); i = word.moveIndex32(i, 1)) {
-    const UChar32 c = word.char32At(i);
-    if (!u_isalnum(c) && (U_GET_GC_MASK(c) & U_GC_M_MASK) == 0 && c != 0x2026) return false;
-  }
-  return true;
-}
-
-/// Builds the lines that one line becomes.
-class Wrapping {
- public:
-  Wrapping(const icu::UnicodeString& line, std::size_t columns) : columns_(columns) {
-    int32_t blanks = 0;
-    while (blanks < line.length() && line[blanks] == u' ') ++blanks;
-    indent_ = icu::UnicodeString(line, 0, blanks);
-    if (blanks > 0) indent_.append(kDeeper);
-  }
-
-  /// The piece between two places where a line may end, with the blanks at its end.
-  void add(const icu::UnicodeString& piece) {
-    icu::UnicodeString bare(piece);
-    while (bare.endsWith(u" ")) bare.truncate(bare.length() - 1);
-    if (begun_ && column_ + columnsOf(bare) > columns_) newLine();
-    if (column_ + columnsOf(bare) > columns_ && isPlainWord(bare)) return addInPieces(piece);
-    out_.append(piece);
-    column_ += columnsOf(piece);
-    begun_ = begun_ || !bare.isEmpty();
-  }
-
-  const icu::UnicodeString& text() {
-    trimEnd();
-    return out_;
-  }
-
- private:
-  void newLine() {
-    trimEnd();
-    out_.append(u'\n').append(indent_);
-    column_ = columnsOf(indent_);
-  }
-
-  void addInPieces(const icu::UnicodeString& word) {
-    for (int32_t i = 0; i < word.length(); i = word.moveIndex32(i, 1)) {
-      const UChar32 c = word.char32At(i);
-      if (column_ + columnsOf(c) > columns_) newLine();
-      out_.append(c);
-      column_ += columnsOf(c);
-    }
-    begun_ = true;
-  }
-
-  void trimEnd() {
-    while (out_.endsWith(u" ")) out_.truncate(out_.length() - 1);
-  }
-
-  std::size_t columns_;
-  icu::UnicodeString indent_;
-  icu::UnicodeString out_;
-  std::size_t column_ = 0;
-  bool begun_ = false;
-};
-
-icu::UnicodeString wrappedLine(const icu::UnicodeString& line, std::size_t columns) {
-  if (columnsOf(line) <= columns) return line;
+void wrapByIcu(std::string_view line, Wrapping& wrapping) {
+  UErrorCode status = U_ZERO_ERROR;
+  UText text = UTEXT_INITIALIZER;
+  utext_openUTF8(&text, line.data(), static_cast<std::int64_t>(line.size()), &status);
   icu::BreakIterator& breaker = lineBreaker();
-  breaker.setText(line);
-  Wrapping wrapping(line, columns);
-  int32_t from = 0;
-  for (int32_t to = breaker.next(); to != icu::BreakIterator::DONE; to = breaker.next()) {
-    if (to < line.length() && !mayBreak(line, to)) continue;
-    wrapping.add(icu::UnicodeString(line, from, to - from));
+  breaker.setText(&text, status);
+  utext_close(&text);  // the breaker has a copy that reads the same bytes
+  if (U_FAILURE(status)) {
+    throw Exception("TemplateException", 4, "TextWrap", __LINE__,
+                    std::string("cannot find where a line may end: ") + u_errorName(status));
+  }
+  std::size_t from = 0;
+  for (std::int32_t next = breaker.next(); next != icu::BreakIterator::DONE; next = breaker.next()) {
+    const auto to = static_cast<std::size_t>(next);
+    if (!mayBreak(line, to)) continue;
+    wrapping.add(line.substr(from, to - from));
     from = to;
   }
-  return wrapping.text();
+}
+
+void wrapLine(std::string_view line, std::size_t columns, std::string& out) {
+  if (line.size() <= columns || columnsOf(line) <= columns) {
+    out += line;
+    return;
+  }
+  Wrapping wrapping(line, columns, out);
+  std::all_of(line.begin(), line.end(), isAscii) ? wrapAscii(line, wrapping) : wrapByIcu(line, wrapping);
+  wrapping.end();
 }
 
 }  // namespace
 
 std::string wrapped(std::string_view text, std::size_t columns) {
   std::string lines;
+  lines.reserve(text.size() + text.size() / 16);
   for (std::size_t from = 0; from <= text.size();) {
     const std::size_t end = std::min(text.find('\n', from), text.size());
-    const std::string_view line = text.substr(from, end - from);
-    wrappedLine(icu::UnicodeString::fromUTF8({line.data(), static_cast<int32_t>(line.size())}), columns)
-        .toUTF8String(lines);
+    wrapLine(text.substr(from, end - from), columns, lines);
     if (end < text.size()) lines += '\n';
     from = end + 1;
   }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <vector>
@@ -22,6 +23,15 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using Testing::thrownBy;
+
+std::size_t longestLine(const std::string& text) {
+  std::size_t longest = 0;
+  for (std::size_t from = 0, end = 0; from < text.size(); from = end) {
+    end = std::min(text.find('\n', from), text.size() - 1) + 1;
+    longest = std::max(longest, end - from);
+  }
+  return longest;
+}
 
 class MailTest : public ::testing::Test {
  protected:
@@ -92,6 +102,7 @@ TEST_F(MailTest, BodiesComeThroughAsTheyAre) {
   for (const auto& [body, want] : cases) {
     mail.alternative_plain(body, "utf-8");
     EXPECT_THAT(sentAndDescribed(), EndsWith("\n  text/plain utf-8 quoted-printable " + want + soundHtml)) << want;
+    EXPECT_LE(longestLine(sent.back().content), 76u + 2) << want;  // with CR LF
   }
 }
 
@@ -168,6 +179,7 @@ TEST_F(MailTest, RefusedImagesAttachNothing) {
   EXPECT_EQ(add("/no/such.png", 14), "image /no/such.png cannot be opened: No such file or directory");
   EXPECT_EQ(add("/directory.png", 14), "image /directory.png cannot be opened: is not a regular file");
   EXPECT_EQ(add("/big.png", 14), "image /big.png is larger than 1048576 bytes");
+  EXPECT_EQ(add("/a\".png", 14), "image \"/a\".png\" has no name that a mail can carry");
   EXPECT_EQ(add("/fits.png", 99), "unknown image type 99");
   EXPECT_THAT(sentAndDescribed(), ::testing::Not(HasSubstr("image/")));
   EXPECT_EQ(add("/fits.png", 12), "nothing thrown");
