@@ -19,9 +19,10 @@ rows still show as a table of plain links. }}
 .list b { font-weight: 600; }
 .list span { display: inline-block; }
 .list span, .list small { font-size: 13px; color: #52626e; }
-.list a { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #7fb5a2; border-radius: 6px; background: #ffffff; color: #14614a; text-decoration: none; text-align: center; white-space: nowrap; }
-.list a + a { color: #a02c2c; border-color: #c3ced6; }
-.list i { display: inline-block; width: 1px; height: 1px; overflow: hidden; opacity: 0; }
+.list a { display: block; margin: 0 0 6px; padding: 6px 10px; border: 1px solid #4c957c; border-radius: 6px; background: #ffffff; color: #14614a; text-decoration: none; text-align: center; white-space: nowrap; }
+.list br { display: none; }
+.list br + a { color: #a02c2c; border-color: #82909b; }
+.list i { font-size: 0; }
 .card p img { vertical-align: middle; margin: -3px 2px; }
 @media (max-width: 560px) {
   .page { padding: 0 !important; }
@@ -35,9 +36,10 @@ rows still show as a table of plain links. }}
   .list thead { display: none; }
   .list tr { border-bottom: 1px solid #d5dde3; padding: 8px 16px 4px; }
   .list td, .list th { border: 0 !important; padding: 0 !important; line-height: 1.35; }
-  .list a { display: inline-block; min-width: 84px; margin: 6px 4px 0 0; padding: 8px 10px; }
-  .list td + td a { min-width: 0; margin: 0 8px 0 0; padding: 9px 2px; border: 0; background: transparent; font-size: 13px; text-decoration: underline; }
+  .list a { display: inline-block; min-width: 84px; margin: 6px 0 0; margin-@@=end@@: 8px; padding: 8px 10px; }
+  .list td + td a { min-width: 0; margin: 0; margin-@@=end@@: 12px; padding: 9px 2px; border: 0; background: transparent; font-size: 13px; text-decoration: underline; }
   .card p a { display: inline-block; padding: 8px 0; }
+  .card p img { display: none; }
 }
 @media (prefers-color-scheme: dark) {
   .page { background: #12171b !important; }
@@ -45,7 +47,7 @@ rows still show as a table of plain links. }}
   .even { background: #212a31 !important; }
   .card, .card td, .card th, .card p, .card h1, .list tr { color: #e3eaef !important; border-color: #46535e !important; }
   .list a { background: transparent !important; color: #7fd6b4 !important; border-color: #3f7a66 !important; }
-  .list a + a { color: #f2a3a0 !important; border-color: #5b6975 !important; }
+  .list br + a { color: #f2a3a0 !important; border-color: #5b6975 !important; }
   .card p a { color: #8cc4ee !important; }
   .card .quiet, .list span, .list small { color: #a9b7c2 !important; }
 }
@@ -91,10 +93,8 @@ rows still show as a table of plain links. }}
 <div dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=100}}</div><small>{{ROW_NUMBER}} · {{ORIG_DATE}}</small></th>
 {{#SPAM_WEB_ACTION}}
 @# A button that delivers the message to the mailbox. The number of the message follows for screen readers: "Release 3".
-<td nowrap><a href="{{RELEASE_URL}}">@@Release@@<i> {{ROW_NUMBER}}</i></a>
-<a href="{{DELETE_URL}}">@@Delete@@<i> {{ROW_NUMBER}}</i></a></td>
-{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td nowrap><a href="{{RELEASE_EMAIL_ADDR:h:none}}">@@Release by mail@@<i> {{ROW_NUMBER}}</i></a>
-<a href="{{DELETE_EMAIL_ADDR:h:none}}">@@Delete by mail@@<i> {{ROW_NUMBER}}</i></a></td>
+<td><a href="{{RELEASE_URL}}">@@Release@@<i> {{ROW_NUMBER}}</i></a><br><a href="{{DELETE_URL}}">@@Delete@@<i> {{ROW_NUMBER}}</i></a></td>
+{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a href="{{RELEASE_EMAIL_ADDR:h:none}}">@@Release by mail@@<i> {{ROW_NUMBER}}</i></a><br><a href="{{DELETE_EMAIL_ADDR:h:none}}">@@Delete by mail@@<i> {{ROW_NUMBER}}</i></a></td>
 {{/SPAM_EMAIL_ACTION}}</tr>
 {{/QUARANTINE_MESSAGES_TABLE}}</tbody>
 </table>
