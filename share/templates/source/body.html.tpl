@@ -12,7 +12,8 @@ about 100 kB: a row has no more than its texts and links, and gets its looks her
 rows still show as a table of plain links. }}
 <style>
 :root { color-scheme: light dark; }
-.list th, .list td { border-bottom: 1px solid #d5dde3; overflow-wrap: anywhere; word-break: break-word; }
+.card h1, .card p, .list th, .list td { overflow-wrap: anywhere; word-break: break-word; }
+.list th, .list td { border-bottom: 1px solid #d5dde3; }
 .list th { font-weight: 400; }
 .list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
 .list th:first-child { padding-@@=start@@: 16px; }
