@@ -93,7 +93,7 @@ rows still show as a table of plain links. }}
 <th scope="row"><b dir="auto">{{#NO_SENDER}}@@(no sender)@@{{/NO_SENDER}}{{SENDER_NAME:x-inert=40}}</b> <span dir="ltr">{{#WITH_SENDER_ADDRESS}}&lt;{{SENDER_ADDRESS:x-inert=80}}&gt;{{/WITH_SENDER_ADDRESS}}</span>
 <div dir="auto">{{#NO_SUBJECT}}@@(no subject)@@{{/NO_SUBJECT}}{{ORIG_SUBJECT:x-inert=100}}</div><small>{{ROW_NUMBER}} · {{ORIG_DATE}}</small></th>
 {{#SPAM_WEB_ACTION}}
-@# A button that delivers the message to the mailbox. The number of the message follows for screen readers: "Release 3".
+@# Two buttons: deliver the message to the mailbox, remove it. Screen readers say its number behind them: "Release 3".
 <td><a href="{{RELEASE_URL}}">@@Release@@<i> {{ROW_NUMBER}}</i></a><br><a href="{{DELETE_URL}}">@@Delete@@<i> {{ROW_NUMBER}}</i></a></td>
 {{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}<td><a href="{{RELEASE_EMAIL_ADDR:h:none}}">@@Release by mail@@<i> {{ROW_NUMBER}}</i></a><br><a href="{{DELETE_EMAIL_ADDR:h:none}}">@@Delete by mail@@<i> {{ROW_NUMBER}}</i></a></td>
 {{/SPAM_EMAIL_ACTION}}</tr>
