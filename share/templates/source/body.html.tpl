@@ -15,7 +15,7 @@ rows still show as a table of plain links. }}
 .card h1, .card p, .list th, .list td { overflow-wrap: anywhere; word-break: break-word; }
 .list th, .list td { border-bottom: 1px solid #d5dde3; }
 .list th { font-weight: 400; }
-.list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
+.list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; white-space: nowrap; }
 .list th:first-child { padding-@@=start@@: 16px; }
 .list b { font-weight: 600; }
 .list span { display: inline-block; }
