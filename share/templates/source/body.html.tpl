@@ -38,7 +38,7 @@ rows still show as a table of plain links. }}
   .list tr { border-bottom: 1px solid #d5dde3; padding: 8px 16px 4px; }
   .list td, .list th { border: 0 !important; padding: 0 !important; line-height: 1.35; }
   .list a { display: inline-block; min-width: 84px; margin: 6px 0 0; margin-@@=end@@: 8px; padding: 8px 10px; }
-  .list td + td a { min-width: 0; margin: 0; margin-@@=end@@: 10px; padding: 10px 0; border: 0; background: transparent; font-size: 12px; text-decoration: underline; }
+  .list td + td a { min-width: 0; margin: 0; margin-@@=end@@: 8px; padding: 10px 2px; border: 0; background: transparent; font-size: 12px; text-decoration: underline; }
   .card p a { display: inline-block; padding: 8px 0; }
   .card p img { display: none; }
 }
