@@ -88,9 +88,9 @@ class Host:
         self.command("demo", self.root)
         self.until = int(time.time())
 
-    def command(self, *arguments, want=0):
+    def command(self, *arguments, want=0, zone="UTC0"):
         environment = {k: v for k, v in os.environ.items() if k not in ("VELMAR_ROOT", "LANG", "LANGUAGE", "LC_ALL")}
-        environment.update(TZ="UTC0", LC_ALL="C")
+        environment.update(TZ=zone, LC_ALL="C")
         done = subprocess.run([COMMAND, *map(str, arguments)], env=environment, capture_output=True, timeout=240)
         done.stdout, done.stderr = done.stdout.decode(), done.stderr.decode()
         if done.returncode != want and want is not None:

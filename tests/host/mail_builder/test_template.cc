@@ -197,10 +197,12 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
       {"mail@x.org", "mail" + z + "@x." + z + "org", "mail@x[.]org"},
       {"3.50 a. b ... V2.x", "3." + z + "50 a. b ... V2." + z + "x", "3.50 a. b ... V2.x"},
       {"abcdefghijklmn", "abcdefghijk…", "abcdefghijk…"},
+      {"ab日本語日本語日本語", "ab日本語日本語…", "ab日本語日本語…"},
+      {"ab日本語日本語é", "ab日本語日本語é", "ab日本語日本語é"},
+      {"ab&&&&&", "ab&&&…", "ab&&&&&"},
+      {"ab.cd.ef.gh.ij.kl", "ab." + z + "cd." + z + "ef." + z + "gh…", "ab[.]cd[.]ef[.]gh…"},
       {std::string(34, 'w'), std::string(30, 'w') + z + "wwww", std::string(34, 'w')},
-      {"👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀",
-       "👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀…",
-       "👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀…"},
+      {"👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀", "👩\u200D🚀…", "👩\u200D🚀…"},
   };
   for (const auto& [held, page, text] : cases) {
     const std::size_t limit = held.starts_with("ab") || held.starts_with("👩\u200D🚀👩") ? 12 : 40;
@@ -209,7 +211,7 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
   }
   const auto one = filled({kHeader, "{{ORIG_SUBJECT:x-inert=9}}", "t"});
   one->subject("<b>\"\u202E&<<<<<", "ORIG_SUBJECT");
-  EXPECT_EQ(one->htmlbody(), "&lt;b&gt;&quot;&amp;&lt;&lt;&lt;…");
+  EXPECT_EQ(one->htmlbody(), "&lt;b&gt;&quot;…");
 }
 
 TEST(TemplateHeaderTest, Sender) {
