@@ -11,7 +11,8 @@
 about 100 kB, and improved here: where this block is not honoured, rows still show as a table of plain links. }}
 <style>
 :root { color-scheme: light dark; }
-.list th, .list td { border-bottom: 1px solid #d5dde3; overflow-wrap: anywhere; word-break: break-word; }
+.list th, .list td { border-bottom: 1px solid #d5dde3; }
+.list th, .list td, .card p { overflow-wrap: anywhere; word-break: break-word; }
 .list thead th { border-width: 2px; font-size: 13px; font-weight: 600; color: #52626e; }
 .list th:first-child { padding-@@=start@@: 16px; }
 .sender b { font-weight: 600; }
@@ -23,6 +24,7 @@ about 100 kB, and improved here: where this block is not honoured, rows still sh
   .page { padding: 0 !important; }
   .card { border: 0 !important; border-radius: 0 !important; }
   .card p { font-size: 14px; }
+  .card p a { display: inline-block; padding: 5px 0; }
   .card h1 { font-size: 18px !important; }
   .list, .list tbody, .list tr, .list td, .list th { display: block; width: auto; }
   .list thead { display: none; }
