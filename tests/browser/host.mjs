@@ -9,15 +9,12 @@ import path from "node:path";
 
 const DOMAIN = "example.org";
 
-/** An installed file of the example host. */
-const shippedFile = (name) => readFileSync(path.join(process.env.VELMAR_SHARE, "demo", name));
-
 /** The text of a message of which only sender and subject count. Values may hold any byte but line ends. */
 export const message = (from, subject) =>
   `From: ${from}\nTo: someone@${DOMAIN}\nMessage-Id: <held@held.example>\nSubject: ${subject}\n\nHeld.\n`;
 
-/** One of its messages. */
-export const shipped = (name) => shippedFile(`messages/${name}.eml`);
+/** An installed file of the example host. */
+export const shipped = (name) => readFileSync(path.join(process.env.VELMAR_SHARE, "demo", name));
 
 export class Host {
   /** port: where the web interface of the links is. */
@@ -27,7 +24,7 @@ export class Host {
     this.held = 0;
     this.identifiers = {};
     mkdirSync(path.join(this.root, "etc/velmar"), { recursive: true });
-    const configuration = shippedFile("host.toml").toString()
+    const configuration = shipped("host.toml").toString()
       .replace(/^port = .*$/m, `port = ${port}`).replace(/^web_host = .*$/m, 'web_host = "127.0.0.1"');
     writeFileSync(path.join(this.root, "etc/velmar/host.toml"), configuration);
   }
