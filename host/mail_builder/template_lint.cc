@@ -31,7 +31,6 @@ constexpr string_view kImages[] = {"ICON_RELEASE", "ICON_DELETE", "ICON_DELALL",
 constexpr string_view kHeldTexts[] = {"ORIG_FROM", "ORIG_SUBJECT", "SENDER_NAME", "SENDER_ADDRESS"};
 constexpr string_view kOfMailActions[] = {"DELETE_CONTROL_USER", "DELETE_ALL_SUBJECT", "RELEASE_SUBJECT",
                                           "DELETE_SUBJECT"};
-constexpr string_view kExpected[] = {"TABLE_HEADER", "ODD_ROW", "EVEN_ROW"};  // of a page
 constexpr string_view kImage = "x-img-cid=";
 constexpr string_view kAlt = "x-alt=";
 constexpr string_view kInert = "x-inert=";
@@ -144,8 +143,9 @@ class Linter {
     if (!sections_.contains(kRows)) return remark("lists no messages: no section " + string(kRows));
     for (const Wanted& wanted : kWanted) checkWanted(wanted);
     if (part_ != Part::kHtml) return;
-    for (const string_view name : kExpected) {
-      if (!sections_.contains(name)) remark("no section " + string(name) + ", which each report opens", false);
+    if (!sections_.contains("TABLE_HEADER")) remark("no section TABLE_HEADER, which each report opens", false);
+    if (!sections_.contains("ODD_ROW") && !sections_.contains("EVEN_ROW")) {
+      remark("no section ODD_ROW or EVEN_ROW, one of which each row opens", false);
     }
   }
 

@@ -123,7 +123,7 @@ TEST(TemplateLintTest, EachMissingPartIsNamed) {
   const std::vector<OfferedActions> web{{true, false}};
   const struct {
     std::string TemplateTexts::*file;
-    std::string old, by;  ///< what is replaced, once
+    std::string old, by;  ///< what is replaced, everywhere
     std::vector<OfferedActions> offers;
     std::vector<std::string> want;
   } cases[] = {
@@ -147,15 +147,15 @@ TEST(TemplateLintTest, EachMissingPartIsNamed) {
        any,
        {txt + "1: note: does not say where to change the preferences: put {{PREFERENCE_URL}} into SPAM_OTHER_ACTION"}},
       {&TemplateTexts::text,
-       "{{",
-       "{{%AUTOESCAPE context=\"HTML\"}}{{",
+       "{{MAILBOX_ADDRESS}} at",
+       "{{%AUTOESCAPE context=\"HTML\"}}{{MAILBOX_ADDRESS}} at",
        any,
-       {txt + "1: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE context=\"HTML\"}}"}},
+       {txt + "3: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE context=\"HTML\"}}"}},
       {&TemplateTexts::html,
-       "{{#ODD_ROW}}class=\"odd\"{{/ODD_ROW}}",
+       "{{#EVEN_ROW}} class=\"even\" bgcolor=\"#f7f9fa\"{{/EVEN_ROW}}",
        "",
        any,
-       {"body.html.tpl:1: note: no section ODD_ROW, which each report opens"}},
+       {"body.html.tpl:1: note: no section ODD_ROW or EVEN_ROW, one of which each row opens"}},
       {&TemplateTexts::text,
        "{{#COUNT_ONE}}",
        "{{#COUNT_TWO}}",
@@ -177,9 +177,11 @@ TEST(TemplateLintTest, EachMissingPartIsNamed) {
   };
   for (const auto& c : cases) {
     TemplateTexts texts = sound;
-    const std::size_t place = (sound.*c.file).find(c.old);
-    ASSERT_NE(place, std::string::npos) << c.old;
-    (texts.*c.file).replace(place, c.old.size(), c.by);
+    std::string& text = texts.*c.file;
+    ASSERT_NE(text.find(c.old), std::string::npos) << c.old;
+    for (std::size_t at = 0; (at = text.find(c.old, at)) != std::string::npos; at += c.by.size()) {
+      text.replace(at, c.old.size(), c.by);
+    }
     EXPECT_EQ(said(texts, c.offers), c.want) << c.old << " -> " << c.by;
   }
 }
