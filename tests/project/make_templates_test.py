@@ -40,9 +40,9 @@ class MakeTemplatesTest(unittest.TestCase):
     def test_words_plurals_and_fallback(self):
         one = 'msgid "Hold {{N}}"\nmsgstr "Halt \\"{{N}}\\" "\n"<an>"\n'
         days = ('msgid "{{N}} day"\nmsgid_plural "{{N}} days"\n'
-                'msgstr[0] "один"\nmsgstr[1] "{{N}} дня"\nmsgstr[2] "{{N}} дней"\n')
+                'msgstr[0] "{{N}} день"\nmsgstr[1] "{{N}} дня"\nmsgstr[2] "{{N}} дней"\n')
         english = "{{#COUNT_ONE}}{{N}} day{{/COUNT_ONE}}{{#COUNT_OTHER}}{{N}} days{{/COUNT_OTHER}}"
-        russian = ("{{#COUNT_ONE}}один{{/COUNT_ONE}}{{#COUNT_FEW}}{{N}} дня{{/COUNT_FEW}}"
+        russian = ("{{#COUNT_ONE}}{{N}} день{{/COUNT_ONE}}{{#COUNT_FEW}}{{N}} дня{{/COUNT_FEW}}"
                    "{{#COUNT_MANY}}{{N}} дней{{/COUNT_MANY}}{{#COUNT_OTHER}}{{N}} дней{{/COUNT_OTHER}}")
         translated, original = "Halt &quot;{{N}}&quot; &lt;an&gt;", "Hold {{N}}"
         for language, catalogue, title, text, said in [
@@ -58,7 +58,10 @@ class MakeTemplatesTest(unittest.TestCase):
 
     def test_refused(self):
         hold = 'msgid "Hold {{N}}"\nmsgstr '
-        for catalogue in HEAD % (2, "n != 1") + hold + '"Halt"\n', hold + "oops\n", HEAD % (1, "open(n)"), HEAD % (1, "n n"):
+        days = 'msgid "{{N}} day"\nmsgid_plural "{{N}} days"\nmsgstr[0] "ein Tag"\nmsgstr[1] "Tage"\n'
+        german = HEAD % (2, "n != 1")
+        for catalogue in (german + hold + '"Halt"\n', german + days, hold + "oops\n", HEAD % (1, "open(n)"),
+                          HEAD % (1, "n n")):
             with self.assertRaisesRegex(Exception, "de.po"):
                 self.made("de", catalogue)
 
