@@ -19,6 +19,7 @@
 #include "host/common/host_config.h"
 #include "host/common/preview.h"
 #include "host/mail_builder/header_encoding.h"
+#include "host/mail_builder/inert_text.h"
 #include "host/mail_builder/template_store.h"
 #include "host/mail_builder/text_wrap.h"
 #include "host/mail_builder/utf8.h"
@@ -38,11 +39,12 @@ struct NamedAddress {
   EmailAddress address;  ///< empty = none
 };
 
-/// A From value as an administrator writes it: an RFC 5322 mailbox, or a name that would need quotes
-/// ("Example, Inc.") before an address in angle brackets.
+/// A From value as people write it: an RFC 5322 mailbox, or a name that would need quotes ("Example, Inc.") before an
+/// address in angle brackets. A list of addresses names no sender.
 NamedAddress readSender(const std::string& value) {
   const EmailAddress strict = EmailAddress::rfc5322Parse(value, true);
   if (!strict.isEmptyAddress()) return {strict.displayName(), strict};
+  if (EmailAddress::rfc5322ParseSet(value, true, false).size() > 1) return {};
   const std::size_t open = value.rfind('<');
   if (open == std::string::npos || value.back() != '>') return {};
   const EmailAddress bare = EmailAddress::rfc5322Parse(value.substr(open + 1, value.size() - open - 2), true);
@@ -99,7 +101,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   int subject(const std::string& raw, const std::string& name) override {
     const std::string text = decoded(raw);
     setHeldText(name, text);
-    if (name == "ORIG_SUBJECT" && trimmed(text).empty()) open_.back()->ShowSection("NO_SUBJECT");
+    if (name == "ORIG_SUBJECT" && showsNothing(text)) open_.back()->ShowSection("NO_SUBJECT");
     return 0;
   }
 
@@ -143,7 +145,8 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
     const NamedAddress sender = readSender(raw);
     const std::string address = sender.address.address();
     const std::string name = decoded(address.empty() ? raw : sender.displayName);
-    if (!trimmed(name).empty()) {
+    const bool named = !showsNothing(name);
+    if (named) {
       setHeldText("SENDER_NAME", name);
       open_.back()->ShowSection("WITH_SENDER_NAME");
     }
@@ -151,7 +154,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
       setHeldText("SENDER_ADDRESS", address);
       open_.back()->ShowSection("WITH_SENDER_ADDRESS");
     }
-    if (trimmed(name).empty() && address.empty()) open_.back()->ShowSection("NO_SENDER");
+    if (!named && address.empty()) open_.back()->ShowSection("NO_SENDER");
   }
 
   void showCountSection(const std::string& count) {

@@ -159,12 +159,29 @@ icu::UnicodeString shown(const icu::UnicodeString& text, std::size_t characters,
   return taken.text();
 }
 
-}  // namespace
-
-std::string inertText(std::string_view text, std::size_t characters, LinkBreak links) {
+VisibleText visibleText(std::string_view text) {
   VisibleText visible;
   const auto all = icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
   for (int32_t i = 0; i < all.length(); i = all.moveIndex32(i, 1)) visible.add(all.char32At(i));
+  return visible;
+}
+
+}  // namespace
+
+bool showsNothing(std::string_view text) {
+  constexpr UChar32 kBrailleBlank = 0x2800;
+  if (std::any_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; })) return false;  // nearly always
+  const VisibleText visible = visibleText(text);
+  const icu::UnicodeString& left = visible.text();
+  for (int32_t i = 0; i < left.length(); i = left.moveIndex32(i, 1)) {
+    const UChar32 c = left.char32At(i);
+    if (!u_isUWhiteSpace(c) && c != kBrailleBlank) return false;
+  }
+  return true;
+}
+
+std::string inertText(std::string_view text, std::size_t characters, LinkBreak links) {
+  const VisibleText visible = visibleText(text);
   std::string utf8;
   return shown(visible.text(), std::max<std::size_t>(characters, 1), links).toUTF8String(utf8);
 }

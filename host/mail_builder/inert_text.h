@@ -26,4 +26,8 @@ enum class LinkBreak {
 /// linear time.
 std::string inertText(std::string_view text, std::size_t characters, LinkBreak links);
 
+/// Whether a reader sees nothing of the text (valid UTF-8, one line): blanks of any kind and what inertText() leaves
+/// out. Any thread; linear time.
+bool showsNothing(std::string_view text);
+
 }  // namespace Velmar::Host

@@ -56,14 +56,9 @@ std::size_t columnsOf(std::string_view text) {
 
 std::string_view withoutBlanksAtEnd(std::string_view text) { return text.substr(0, text.find_last_not_of(' ') + 1); }
 
-/// A word that means the same in pieces: letters, digits and marks only, perhaps cut off by an ellipsis.
+/// A word that means the same in pieces: neither an address nor a link.
 bool isPlainWord(std::string_view word) {
-  for (std::size_t i = 0; i < word.size();) {
-    const Character c = characterAt(word, i);
-    if (!u_isalnum(c.point) && (U_GET_GC_MASK(c.point) & U_GC_M_MASK) == 0 && c.point != 0x2026) return false;
-    i += c.bytes;
-  }
-  return true;
+  return word.find('@') == std::string_view::npos && word.find("://") == std::string_view::npos;
 }
 
 /// Appends to `out` the lines that one line becomes.

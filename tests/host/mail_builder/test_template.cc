@@ -130,7 +130,11 @@ TEST(TemplateValuesTest, SenderIsNameAndAddress) {
       {"=?utf-8?Q?a=40safe_=3Cb=40safe=3E?=\r\n\t<evil@x>", "+a@safe <b@safe>|+evil@x|"},
       {"M\xFCller <m@x>", "+Müller|+m@x|"},
       {"a@x, b@x", "+a@x, b@x||"},
+      {"a@x, B <b@x>", "+a@x, B <b@x>||"},
+      {"B, Inc. <b@x>", "+B, Inc.|+b@x|"},
       {"<>", "+<>||"},
+      {"=?utf-8?Q?=E2=80=8B=C2=A0?= <a@x>", "|+a@x|"},
+      {"=?utf-8?Q?=E2=80=AE_=E2=A0=80?=", "||none"},
       {" \t ", "||none"},
   };
   for (const auto& [raw, want] : cases) {
@@ -168,16 +172,18 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
   const auto one = filled({"Wrap: 40\n" + std::string(kHeader), "h",
                            "{{#QUARANTINE_MESSAGES_TABLE}}  {{ROW_NUMBER}} {{S}}\n{{/QUARANTINE_MESSAGES_TABLE}}"});
   const std::string address = "a-long-address-without-a-blank@mail.example";
-  for (const std::string& value : {std::string("short"), "to " + address + " and so on", std::string(50, 'w') + "…",
-                                   std::string("日本語の長い文章は文字のあいだで折り返されることになっています。")}) {
+  for (const std::string& value :
+       {std::string("short"), "to " + address + " and so on", std::string(50, 'w') + "…", std::string(40, '!'),
+        std::string("日本語の長い文章は文字のあいだで折り返されることになっています。")}) {
     one->beginSection("QUARANTINE_MESSAGES_TABLE");
     one->set("S", value);
     one->endSection();
   }
   const std::string deeper = "\n        ";
   EXPECT_EQ(one->textbody(), "  1 short\n  2 to" + deeper + address + deeper + "and so on\n  3" + deeper +
-                                 std::string(32, 'w') + deeper + std::string(18, 'w') +
-                                 "…\n  4 日本語の長い文章は文字のあいだで折り" + deeper +
+                                 std::string(32, 'w') + deeper + std::string(18, 'w') + "…\n  4" + deeper +
+                                 std::string(32, '!') + deeper + std::string(8, '!') +
+                                 "\n  5 日本語の長い文章は文字のあいだで折り" + deeper +
                                  "返されることになっています。\n");
 }
 
