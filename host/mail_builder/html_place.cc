@@ -8,6 +8,11 @@
 namespace Velmar::Host {
 namespace {
 
+constexpr std::string_view kBlanks = " \t\n";
+constexpr std::string_view kSource = "src";
+constexpr std::string_view kCommentStart = "<!--";
+constexpr std::string_view kCommentEnd = "-->";
+
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 std::string lowered(std::string_view text) {
@@ -16,15 +21,39 @@ std::string lowered(std::string_view text) {
   return lower;
 }
 
+std::string_view withoutBlanks(std::string_view text) {
+  return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
+}
+
 /// The value of "src" in the rest of a tag; empty when it has none.
 std::string_view sourceOf(std::string_view tag) {
-  const std::size_t name = tag.find("src=");
-  if (name == std::string_view::npos) return {};
-  std::string_view value = tag.substr(name + 4);
+  std::size_t name = tag.find(kSource);
+  std::string_view value;
+  for (; name != std::string_view::npos && !value.starts_with('='); name = tag.find(kSource, name + 1)) {
+    const bool whole = name > 0 && (kBlanks.find(tag[name - 1]) != kBlanks.npos);
+    value = whole ? withoutBlanks(tag.substr(name + kSource.size())) : std::string_view();
+  }
+  if (!value.starts_with('=')) return {};
+  value = withoutBlanks(value.substr(1));
   const bool quoted = value.starts_with('"') || value.starts_with('\'');
   const std::string_view end = quoted ? value.substr(0, 1) : std::string_view(" \t\n>");
   if (quoted) value.remove_prefix(1);
   return value.substr(0, value.find_first_of(end));
+}
+
+/// The name of the attribute whose value begins behind `tag`.
+std::string_view nameBefore(std::string_view tag) noexcept {
+  tag = tag.substr(0, tag.find_last_not_of(" \t\n=") + 1);
+  return tag.substr(tag.find_last_of(" \t\n\"'") + 1);
+}
+
+/// Attributes that make something happen.
+bool isActiveName(std::string_view name) noexcept {
+  constexpr std::string_view kNames[] = {"href", "src", "action", "background", "style", "on"};
+  return std::any_of(std::begin(kNames), std::end(kNames), [name](std::string_view active) {
+    return name.size() >= active.size() &&
+           std::equal(active.begin(), active.end(), name.begin(), [](char a, char n) { return a == (n | 0x20); });
+  });
 }
 
 bool isElsewhere(std::string_view source) {
@@ -37,17 +66,36 @@ constexpr char kByMarker[] = ": show an image by {{TITLE_LOGO:h:x-img-cid=TITLE_
 
 }  // namespace
 
+/// `i` moves to the end of the comment.
+void HtmlPlace::readComment(std::string_view piece, std::size_t& i) noexcept {
+  const std::size_t end = piece.find(kCommentEnd, i);
+  inComment_ = end == std::string_view::npos;
+  i = inComment_ ? piece.size() : end + kCommentEnd.size() - 1;
+}
+
+void HtmlPlace::readTag(std::string_view piece, std::size_t i) noexcept {
+  const char c = piece[i];
+  if (quote_ != '\0') {
+    if (c == quote_) quote_ = '\0';
+  } else if (c == '"' || c == '\'') {
+    quote_ = c;
+    activeValue_ = isActiveName(nameBefore(piece.substr(0, i)));
+  } else {
+    inTag_ = c != '>';
+  }
+}
+
 void HtmlPlace::read(std::string_view piece) noexcept {
   for (std::size_t i = 0; i < piece.size(); ++i) {
-    const char c = piece[i];
-    if (!inTag_) {
-      inTag_ = c == '<' && i + 1 < piece.size() && isLetter(piece[i + 1]);
-    } else if (quote_ != '\0') {
-      if (c == quote_) quote_ = '\0';
-    } else if (c == '"' || c == '\'') {
-      quote_ = c;
+    if (inComment_) {
+      readComment(piece, i);
+    } else if (inTag_) {
+      readTag(piece, i);
+    } else if (piece.substr(i).starts_with(kCommentStart)) {
+      inComment_ = true;
+      i += 1;  // "<!-->" is a whole comment
     } else {
-      inTag_ = c != '>';
+      inTag_ = piece[i] == '<' && i + 1 < piece.size() && isLetter(piece[i + 1]);
     }
   }
   last_ = piece.empty() ? '\0' : piece.back();

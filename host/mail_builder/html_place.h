@@ -20,8 +20,22 @@ class HtmlPlace {
   /// The value of an attribute begins here, behind a quote.
   bool beginsQuotedValue() const noexcept { return quote_ != '\0' && last_ == quote_; }
 
+  /// What stands here is part of a tag: its name, or the name of an attribute.
+  bool isMarkup() const noexcept { return inTag_ ? quote_ == '\0' : last_ == '<' && !inComment_; }
+
+  /// What stands here is part of an attribute's value that the reader's program loads, opens, styles by or runs.
+  bool isActive() const noexcept { return quote_ != '\0' && activeValue_; }
+
+  /// Nobody sees what stands here.
+  bool inComment() const noexcept { return inComment_; }
+
  private:
+  void readComment(std::string_view piece, std::size_t& i) noexcept;
+  void readTag(std::string_view piece, std::size_t i) noexcept;
+
+  bool inComment_ = false;
   bool inTag_ = false;
+  bool activeValue_ = false;
   char quote_ = '\0';  ///< the open one
   char last_ = '\0';
 };

@@ -224,6 +224,9 @@ class Linter {
   string_view place() const { return levels_.empty() ? string_view() : string_view(levels_.back().place); }
   unsigned offerHere() const { return levels_.empty() ? 0 : levels_.back().offer; }
 
+  /// Whether this is within a comment of the page.
+  bool isHidden() const { return part_ == Part::kHtml && html_.inComment(); }
+
   /// ctemplate's own: the section FOO_separator is shown between two rounds of FOO.
   bool isSeparator(string_view name) const {
     constexpr string_view kEnd = "_separator";
@@ -253,7 +256,7 @@ class Linter {
   void variable(const Marker& marker) {
     const string name(marker.name);
     if (visibleName(templateVariables(), place(), marker.name)) {
-      shown_[marker.name].insert(offerHere());
+      if (!isHidden()) shown_[marker.name].insert(offerHere());
     } else if (isNamed(templateVariables(), marker.name)) {
       remark(name + " is empty here, it is filled in " + placesOfName(templateVariables(), marker.name));
     } else if (name != "BI_SPACE" && name != "BI_NEWLINE") {
@@ -310,6 +313,14 @@ class Linter {
     if (html_.beginsQuotedValue() && !none && marker.name.ends_with("_EMAIL_ADDR")) {
       remark(name + " becomes \"#\" in a link: write {{" + name + ":h:none}}");
     }
+    if (isOneOf(kHeldTexts, marker.name)) checkHeldPlace(name);
+  }
+
+  /// Escaping keeps a held text within its place, but there are places where any text does something.
+  void checkHeldPlace(const string& name) {
+    if (html_.beginsUnquotedValue()) return;
+    if (html_.isMarkup()) remark(name + " lets a message write tags or attributes: put it between tags");
+    if (html_.isActive()) remark(name + " lets a message choose a link, an image or a style: put it between tags");
   }
 
   /// The marker of a variable as a body should have it.

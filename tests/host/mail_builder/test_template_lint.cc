@@ -102,7 +102,14 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
       {"<IMG alt='' SRC=logo.png>",
        "the image \"logo.png\" does not exist for the mail's reader: show an image by "
        "{{TITLE_LOGO:h:x-img-cid=TITLE_LOGO:none}}"},
-      {"<imgx><img alt=\"src\"><img src=\"{{SITE_NAME}}\">", ""},
+      {"<img src = 'a.png'>",
+       "the image \"a.png\" does not exist for the mail's reader: show an image by "
+       "{{TITLE_LOGO:h:x-img-cid=TITLE_LOGO:none}}"},
+      {rows + "<a title='{{ORIG_SUBJECT:x-inert=9}}'><{{ORIG_SUBJECT:x-inert=9}}>",
+       "ORIG_SUBJECT lets a message write tags or attributes: put it between tags"},
+      {rows + "<a title='' HREF='x{{ORIG_SUBJECT:x-inert=9}}'>",
+       "ORIG_SUBJECT lets a message choose a link, an image or a style: put it between tags"},
+      {"<imgx><img data-src=\"a\" alt=\"src\"><img src=\"{{SITE_NAME}}\">", ""},
       {"<script>", "no mail program runs a script: remove it"},
       {rows + "{{#SPAM_EMAIL_ACTION}}<a href=\"{{RELEASE_EMAIL_ADDR}}\">",
        "RELEASE_EMAIL_ADDR becomes \"#\" in a link: write {{RELEASE_EMAIL_ADDR:h:none}}"},
@@ -134,6 +141,12 @@ TEST(TemplateLintTest, EachMissingPartIsNamed) {
        {txt + "1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
               "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
       {&TemplateTexts::text, "{{RELEASE_URL}}", "", {{false, true}}, {}},
+      {&TemplateTexts::html,
+       "<a href=\"{{RELEASE_URL}}\">",
+       "<!-- <a href=\"{{RELEASE_URL}}\"> -->",
+       any,
+       {"body.html.tpl:1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
+        "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
       {&TemplateTexts::text,
        subject,
        webSubject,
