@@ -90,7 +90,7 @@ def cut(text, characters):
 
 def sender(row, characters=40):
     name, _, address = row.sender.rpartition("<")
-    if not row.sender.endswith(">"):
+    if not row.sender.endswith(">") or ">," in row.sender:  # no address, or more than one
         name, address = row.sender, ""
     name = cut(name.strip(), characters)
     return ("%s <%s" % (name, address) if address else name).strip() or "(no sender)"
