@@ -194,11 +194,29 @@ VLM_EXPORT std::vector<ConfiguredFile> configuredFiles();
 /// Something odd about a report template that can be used: a name that no report fills, a value that is not escaped.
 struct TemplateRemark {
   std::string place;  ///< FILE:LINE
-  std::string text;
+  std::string text;   ///< what, and what to do about it
+  bool fault = true;  ///< else it is worth a look, and may be meant so
 };
 
-/// The remarks on the template that templateFault() looks at; none when there is no such template. It throws the same.
+/// The remarks on the template that templateFault() looks at; none when there is no such template. What its reports may
+/// offer is known from the antispam profiles. Throws the same, also when the configuration cannot be read.
 VLM_EXPORT std::vector<TemplateRemark> templateRemarks(const std::string& name, const std::string& domain);
+
+/// A template's directory: it holds one of the three files at least.
+struct TemplateSet {
+  std::string domain;  ///< whose it is; "" = the system's
+  std::string name;
+};
+
+/// The templates below etc/velmar/templates, used or not, in order. Throws Exception when it could not look.
+VLM_EXPORT std::vector<TemplateSet> ownTemplates();
+
+/// The names of the templates that came with the software, in order. Throws Exception when it could not look.
+VLM_EXPORT std::vector<std::string> shippedTemplates();
+
+/// As templateFault() and templateRemarks(), of the shipped template also where one of the system stands before it.
+VLM_EXPORT std::string shippedTemplateFault(const std::string& name);
+VLM_EXPORT std::vector<TemplateRemark> shippedTemplateRemarks(const std::string& name);
 
 /// Looks at the secret that signs login links; makes it when there is none. Throws Exception with the reason.
 VLM_EXPORT void checkSecret();
@@ -248,6 +266,10 @@ VLM_EXPORT std::vector<std::pair<std::string, std::string>> listEntries(const st
 
 /// Whether dates can be written in the language of this code ("de", "pt-BR", "de_DE.UTF-8"); else they are in English.
 VLM_EXPORT bool isKnownLanguage(const std::string& code);
+
+/// The name of a language in English, and in its own words where these differ: "German, Deutsch". An unknown code stays
+/// as it is.
+VLM_EXPORT std::string languageName(const std::string& code);
 
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);

@@ -4,13 +4,15 @@
 
 #include <ctime>
 #include <string>
+#include <string_view>
 
 namespace Velmar::Host {
 
-/// Notes the time of a date that this thread makes a text of.
-void setTimeInWords(std::time_t when) noexcept;
+/// Notes the time of a date that this thread makes a text of, and the language of that text.
+void setTimeInWords(std::time_t when, std::string_view language);
 
-/// The zone of the host at the time noted last: "CET, UTC+1"; "UTC+5:30" where the zone has no name; "UTC".
+/// The zone of the host at the time noted last, named in the language of its text: "Central European Standard Time,
+/// UTC+1". Where ICU has no name for it there, as the system has it: "CET, UTC+1", "UTC+5:30", "UTC".
 std::string zoneOfTimeInWords();
 
 }  // namespace Velmar::Host

@@ -173,8 +173,9 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   }
 
   Exception badValue(const char* field, const std::string& value) const {
-    return Exception("TemplateException", 4, "CustomizedTemplate", __LINE__,
-                     "template " + parsed_->name() + ": " + field + " is no mail address: \"" + value + "\"");
+    return Exception(
+        "TemplateException", 4, "CustomizedTemplate", __LINE__,
+        "template " + parsed_->name() + ": header.tpl: " + field + " is no mail address: \"" + value + "\"");
   }
 
   std::shared_ptr<const ReportTemplate> parsed_;

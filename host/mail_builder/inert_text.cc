@@ -15,8 +15,9 @@
 namespace Velmar::Host {
 namespace {
 
-constexpr int kMaxMarks = 4;           // the most that a living script puts on one letter
-constexpr std::size_t kMaxPoints = 2;  // code points a character, on average: emoji may be long, a text may not
+constexpr int kMaxMarks = 4;          // the most that a living script puts on one letter
+constexpr std::size_t kMaxBytes = 2;  // a character, on average
+constexpr std::size_t kEllipsisBytes = 3;
 constexpr int kLongWord = 30;
 constexpr UChar32 kNonJoiner = 0x200C;
 constexpr UChar32 kJoiner = 0x200D;
@@ -73,38 +74,29 @@ icu::BreakIterator& characterBreaker() {
   return *kBreaker;
 }
 
-/// Where the first `characters` characters end; the end of a text that has no more.
-int32_t endOf(const icu::UnicodeString& text, std::size_t characters) {
-  icu::BreakIterator& breaker = characterBreaker();
-  breaker.setText(text);
-  int32_t end = 0;
-  std::size_t points = 0;
-  for (std::size_t seen = 0; seen < characters; ++seen) {
-    const int32_t next = breaker.next();
-    if (next == icu::BreakIterator::DONE) return text.length();
-    points += static_cast<std::size_t>(text.countChar32(end, next - end));
-    if (points > characters * kMaxPoints) return end;
-    end = next;
+/// The bytes that a code point takes in UTF-8; on a page those of its escape.
+std::size_t bytesOf(UChar32 c, LinkBreak links) {
+  if (links == LinkBreak::kHidden) {
+    if (c == '<' || c == '>') return 4;
+    if (c == '&' || c == '\'') return 5;
+    if (c == '"') return 6;
   }
-  return end;
+  return static_cast<std::size_t>(U8_LENGTH(c));
 }
 
-icu::UnicodeString cut(const icu::UnicodeString& text, std::size_t characters) {
-  if (endOf(text, characters) == text.length()) return text;
-  return icu::UnicodeString(text, 0, endOf(text, characters - 1)).append(kEllipsis);
-}
-
-/// Goes through a text and breaks what would become a link: a dot within a name, an "@" before one, "://". On a page
-/// very long words too.
+/// Takes over a text bit by bit and breaks what would become a link: a dot within a name, an "@" before one, "://". On
+/// a page very long words too.
 class LinkBreaker {
  public:
   LinkBreaker(const icu::UnicodeString& text, LinkBreak links) : text_(text), links_(links) {}
 
-  std::string broken() {
-    for (int32_t i = 0; i < text_.length(); i = text_.moveIndex32(i, 1)) add(i);
-    std::string utf8;
-    return out_.toUTF8String(utf8);
+  void add(int32_t from, int32_t to) {
+    for (int32_t i = from; i < to; i = text_.moveIndex32(i, 1)) add(i);
   }
+
+  /// What was taken over, and how long that is on the page or in the text.
+  icu::UnicodeString& text() { return out_; }
+  std::size_t bytes() const { return bytes_; }
 
  private:
   /// Ideographic full stops stand for dots in a link too, but end sentences: they are not broken where it shows.
@@ -122,26 +114,50 @@ class LinkBreaker {
 
   bool isScheme(int32_t i) const { return text_.compare(i, 3, u"://") == 0; }
 
+  void put(UChar32 c) {
+    out_.append(c);
+    bytes_ += bytesOf(c, links_);
+  }
+
   void add(int32_t i) {
     const UChar32 c = text_.char32At(i);
     const bool hidden = links_ == LinkBreak::kHidden;
     run_ = u_isalnum(c) ? run_ + 1 : 0;
     if (hidden && (c == '@' || run_ > kLongWord)) {
-      out_.append(kZeroWidthSpace);
+      put(kZeroWidthSpace);
       run_ = 1;
     }
-    if ((isDot(c) && isDotOfName(i)) || isScheme(i)) {
-      hidden ? out_.append(c).append(kZeroWidthSpace) : out_.append(u'[').append(c).append(u']');
-    } else {
-      out_.append(c);
-    }
+    const bool broken = (isDot(c) && isDotOfName(i)) || isScheme(i);
+    if (broken && !hidden) put('[');
+    put(c);
+    if (broken) put(hidden ? kZeroWidthSpace : ']');
   }
 
   const icu::UnicodeString& text_;
   LinkBreak links_;
   icu::UnicodeString out_;
+  std::size_t bytes_ = 0;
   int run_ = 0;  ///< letters without a place for a break
 };
+
+/// The text with its links broken, as far as its characters and their bytes are within bounds.
+icu::UnicodeString shown(const icu::UnicodeString& text, std::size_t characters, LinkBreak links) {
+  const std::size_t bytes = characters * kMaxBytes;
+  icu::BreakIterator& breaker = characterBreaker();
+  breaker.setText(text);
+  LinkBreaker taken(text, links);
+  int32_t kept = 0;  // of the text taken over, with room for an ellipsis
+  std::size_t seen = 0;
+  for (int32_t from = 0, to = 0; (to = breaker.next()) != icu::BreakIterator::DONE; from = to) {
+    taken.add(from, to);
+    if (++seen > characters || taken.bytes() > bytes) {
+      taken.text().truncate(kept);
+      return taken.text().append(kEllipsis);
+    }
+    if (seen < characters && taken.bytes() + kEllipsisBytes <= bytes) kept = taken.text().length();
+  }
+  return taken.text();
+}
 
 }  // namespace
 
@@ -149,7 +165,8 @@ std::string inertText(std::string_view text, std::size_t characters, LinkBreak l
   VisibleText visible;
   const auto all = icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
   for (int32_t i = 0; i < all.length(); i = all.moveIndex32(i, 1)) visible.add(all.char32At(i));
-  return LinkBreaker(cut(visible.text(), std::max<std::size_t>(characters, 1)), links).broken();
+  std::string utf8;
+  return shown(visible.text(), std::max<std::size_t>(characters, 1), links).toUTF8String(utf8);
 }
 
 }  // namespace Velmar::Host

@@ -17,7 +17,8 @@ enum class LinkBreak {
 /// The text as a report shows it.
 ///
 /// text        valid UTF-8, one line
-/// characters  how many a reader sees at most; what is cut off leaves an ellipsis as the last of them
+/// characters  how many a reader sees at most, and half of the bytes that they take at most where they land (a page's
+///             escapes and the breaks included), so that nobody swells a report; what is cut off leaves an ellipsis
 ///
 /// Characters without an appearance (bidirectional controls, zero-width ones, tags) are left out, but for joiners in
 /// scripts and emoji that are written with them. A letter keeps four marks at most.

@@ -12,6 +12,7 @@ namespace Velmar::Host {
 
 struct PluralClasses::Rules {
   std::unique_ptr<icu::PluralRules> icu;
+  bool known = false;
 };
 
 PluralClasses::PluralClasses(const std::string& language) : rules_(std::make_unique<Rules>()) {
@@ -22,6 +23,7 @@ PluralClasses::PluralClasses(const std::string& language) : rules_(std::make_uni
     throw Exception("TemplateException", 4, "PluralClasses", __LINE__,
                     "no plural rules of language \"" + language + "\": " + u_errorName(status));
   }
+  rules_->known = *locale.getISO3Language() != '\0';
 }
 
 PluralClasses::~PluralClasses() = default;
@@ -31,5 +33,7 @@ std::string PluralClasses::of(std::int32_t count) const {
   rules_->icu->select(count).toUpper(icu::Locale::getRoot()).toUTF8String(name);
   return name;
 }
+
+bool PluralClasses::known() const noexcept { return rules_->known; }
 
 }  // namespace Velmar::Host

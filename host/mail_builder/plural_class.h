@@ -21,6 +21,9 @@ class PluralClasses {
   /// "ZERO", "ONE", "TWO", "FEW", "MANY" or "OTHER".
   std::string of(std::int32_t count) const;
 
+  /// Whether the language is known at all.
+  bool known() const noexcept;
+
  private:
   struct Rules;
   std::unique_ptr<Rules> rules_;

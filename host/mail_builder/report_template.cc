@@ -9,6 +9,7 @@
 #include <charconv>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "host/mail_builder/template_errors.h"
 #include "host/mail_builder/text_modifiers.h"
@@ -110,6 +111,70 @@ std::size_t unescapedHeldText(std::string_view html) {
   return std::string_view::npos;
 }
 
+using Parsed = std::unique_ptr<ctemplate::Template>;
+
+Parsed parsed(const std::string& text, ctemplate::Strip strip) {
+  return Parsed(ctemplate::Template::StringToTemplate(text, strip));
+}
+
+/// The beginning of a text up to a marker, and the sections that are open after it.
+struct Beginning {
+  std::size_t marker = 0;  ///< place of its last marker
+  std::size_t end = 0;     ///< behind it
+  std::vector<std::string_view> open;
+  std::size_t lastOpened = 0;  ///< place of the marker that opened the innermost one
+
+  std::string closed(std::string_view text) const {
+    std::string whole(text.substr(0, end));
+    for (std::size_t i = open.size(); i > 0; --i) whole += "{{/" + std::string(open[i - 1]) + "}}";
+    return whole;
+  }
+};
+
+/// The beginning that ends with the marker number `count`, or with the last one before.
+Beginning beginningOf(std::string_view text, std::size_t count) {
+  Beginning beginning;
+  std::vector<std::size_t> opened;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t marker = text.find("{{", beginning.end);
+    const std::size_t end = marker == std::string_view::npos ? marker : text.find("}}", marker);
+    if (end == std::string_view::npos) break;
+    beginning.marker = marker;
+    beginning.end = end + 2;
+    const char kind = text[marker + 2];
+    if (kind == '#') {
+      beginning.open.push_back(text.substr(marker + 3, end - marker - 3));
+      opened.push_back(marker);
+    } else if (kind == '/' && !opened.empty()) {
+      beginning.open.pop_back();
+      opened.pop_back();
+    }
+  }
+  if (!opened.empty()) beginning.lastOpened = opened.back();
+  return beginning;
+}
+
+std::size_t markersIn(std::string_view text) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find("{{"); at != std::string_view::npos; at = text.find("{{", at + 2)) ++count;
+  return count;
+}
+
+/// The place of the marker at which a text stops being sound, because ctemplate does not tell. Some ten parses.
+std::size_t faultPlace(std::string_view text, ctemplate::Strip strip) {
+  const TemplateErrors unread;
+  std::size_t sound = 0;
+  std::size_t faulty = markersIn(text) + 1;
+  while (sound + 1 < faulty) {
+    const std::size_t middle = sound + (faulty - sound) / 2;
+    (parsed(beginningOf(text, middle).closed(text), strip) ? sound : faulty) = middle;
+  }
+  const Beginning first = beginningOf(text, faulty);
+  if (faulty <= markersIn(text) && first.end > beginningOf(text, sound).end) return first.marker;
+  const std::size_t unended = text.find("{{", first.end);
+  return unended == std::string_view::npos ? first.lastOpened : unended;
+}
+
 bool isComment(std::string_view line) { return line.substr(0, 3) == "{{!" && line.find("}}") == line.size() - 2; }
 
 }  // namespace
@@ -141,12 +206,16 @@ std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::Templat
   return text;
 }
 
-bool ReportTemplate::parse(TemplatePiece piece, const std::string& text) {
+bool ReportTemplate::parse(TemplatePiece piece, const std::string& text, const std::string& place) {
   const Piece& wanted = kPieces[placeOf(piece)];
-  const TemplateErrors errors;
-  pieces_[placeOf(piece)].reset(ctemplate::Template::StringToTemplate(text, wanted.strip));
+  std::string reason;
+  {
+    const TemplateErrors errors;
+    pieces_[placeOf(piece)] = parsed(text, wanted.strip);
+    reason = errors.text();
+  }
   if (pieces_[placeOf(piece)]) return true;
-  fail(std::string(wanted.file) + ": " + errors.text());
+  fail((place.empty() ? at(wanted.file, text, faultPlace(text, wanted.strip)) : place) + reason);
   return false;
 }
 
@@ -154,25 +223,29 @@ void ReportTemplate::parseHeader(const std::string& header) {
   const std::string fault = forbidden("header.tpl", header);
   if (!fault.empty()) return fail(fault);
   std::array<bool, kHeaderLines.size()> seen{};
+  bool language = false;
+  bool wrap = false;
   for (std::size_t from = 0, end = 0; from < header.size(); from = end + 1) {
     end = std::min(header.find('\n', from), header.size());
     const std::string_view line = trimmed(std::string_view(header).substr(from, end - from));
     if (line.empty() || isComment(line)) continue;
+    const std::string place = at("header.tpl", header, from);
     if (line.starts_with(kLanguage)) {
-      parseLanguage(at("header.tpl", header, from), std::string(trimmed(line.substr(kLanguage.size()))));
+      if (std::exchange(language, true)) return fail(place + "a second Language:");
+      parseLanguage(place, std::string(trimmed(line.substr(kLanguage.size()))));
       continue;
     }
     if (line.starts_with(kWrap)) {
-      parseWrap(at("header.tpl", header, from), trimmed(line.substr(kWrap.size())));
+      if (std::exchange(wrap, true)) return fail(place + "a second Wrap:");
+      parseWrap(place, trimmed(line.substr(kWrap.size())));
       continue;
     }
     std::size_t i = 0;
     while (i < kHeaderLines.size() && line.substr(0, kHeaderLines[i].name.size()) != kHeaderLines[i].name) ++i;
-    const std::string place = at("header.tpl", header, from);
     if (i == kHeaderLines.size()) return fail(place + "neither From:, Subject:, Envelope-From:, Language: nor Wrap:");
     if (std::exchange(seen[i], true)) return fail(place + "a second " + std::string(kHeaderLines[i].name));
     const std::string value(trimmed(line.substr(kHeaderLines[i].name.size())));
-    if (!parse(kHeaderLines[i].piece, value)) return;
+    if (!parse(kHeaderLines[i].piece, value, place)) return;
   }
   for (std::size_t i = 0; i < kHeaderLines.size(); ++i) {
     if (!seen[i]) return fail("header.tpl: no line " + std::string(kHeaderLines[i].name));
@@ -198,7 +271,7 @@ void ReportTemplate::parseHtml(std::string html) {
   const std::size_t place = unescapedHeldText(html);
   if (place != std::string::npos) {
     return fail(at("body.html.tpl", html, place) +
-                "a held text takes no modifier but :h and :p here, so that no message can write markup");
+                "a held text takes no modifier but :x-inert=N, :h and :p here, so that no message can write markup");
   }
   if (html.compare(0, kPragma.size(), kPragma) != 0) html.insert(0, kPragma);
   parse(TemplatePiece::Html, html);

@@ -42,7 +42,7 @@ class ReportTemplate {
 
   const std::string& name() const noexcept { return name_; }
 
-  /// "" when the template is usable, else the first fault: "FILE: REASON" or "FILE:LINE: REASON".
+  /// "" when the template is usable, else the first fault: "FILE:LINE: REASON", or "FILE: REASON" of a whole file.
   const std::string& error() const noexcept { return error_; }
 
   /// Columns at which lines of the text body are broken; 0 = they are left as they are.
@@ -57,7 +57,7 @@ class ReportTemplate {
   std::string expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const;
 
  private:
-  bool parse(TemplatePiece piece, const std::string& text);
+  bool parse(TemplatePiece piece, const std::string& text, const std::string& place = {});
   void parseHeader(const std::string& header);
   void parseHtml(std::string html);
   void parseText(const std::string& text);

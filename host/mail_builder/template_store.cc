@@ -9,12 +9,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "host/common/host_config.h"
 #include "host/common/root.h"
 #include "host/host.h"
 #include "host/mail_builder/system_file.h"
@@ -28,6 +30,9 @@ constexpr std::size_t kMaxFile = std::size_t{1} << 20;
 constexpr std::size_t kMaxKept = 256;  // templates; one a domain is usual
 
 constexpr std::array<const char*, 3> kFiles = {"header.tpl", "body.html.tpl", "body.txt.tpl"};
+
+constexpr char kOwnTemplates[] = "/etc/velmar/templates";  // below the root
+constexpr char kShippedTemplates[] = "/templates";         // of the share directory
 
 struct TemplateFile {
   Descriptor descriptor{-1};
@@ -111,10 +116,41 @@ std::shared_ptr<const ReportTemplate> keptTemplate(const std::string& directory,
 /// Where a template may lie; the first place that has one counts. None when a name is no path component.
 std::vector<std::string> directoriesOf(const std::string& name, const std::string& domain) {
   if (!isPathComponent(name)) return {};
-  const std::string own = underRoot("/etc/velmar/templates/");
-  if (domain.empty()) return {own + name, shareDirectory() + "/templates/" + name};
+  const std::string own = underRoot(kOwnTemplates) + "/";
+  if (domain.empty()) return {own + name, shareDirectory() + kShippedTemplates + "/" + name};
   if (!isPathComponent(domain)) return {};
   return {own + domain + "/" + name};
+}
+
+/// What the reports of each profile offer.
+std::vector<OfferedActions> offeredActions() {
+  const HostConfig& config = hostConfig();
+  std::vector<OfferedActions> offers;
+  for (const ProfileConfig& profile : config.profiles) {
+    const ProfileAntiSpam::Switches& is = profile.switches;
+    if (is.quarantineReport) offers.push_back({is.quarantineWebRelease, is.quarantineEmailRelease});
+  }
+  return offers;
+}
+
+/// None when the directory holds no template.
+std::optional<std::vector<TemplateRemark>> remarksOn(const std::string& directory) {
+  const std::optional<TemplateFiles> files = openFiles(directory);
+  if (!files) return std::nullopt;
+  return lintTemplate(readTexts(directory, *files), offeredActions());
+}
+
+/// The names of the directories in one, in order; none when it does not exist.
+std::vector<std::string> directoriesIn(const std::string& directory) try {
+  std::vector<std::string> names;
+  if (!std::filesystem::exists(directory)) return names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    if (entry.is_directory()) names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+} catch (const std::filesystem::filesystem_error& e) {
+  throw cannotLook(directory, e.code().message());
 }
 
 void keep(const std::string& directory, KeptTemplate entry) {
@@ -143,15 +179,38 @@ std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& direct
 std::string templateFault(const std::string& name, const std::string& domain) {
   const auto found = findReportTemplate(name, domain);
   if (found) return found->error();
-  return "there is no " + underRoot("/etc/velmar/templates/") + (domain.empty() ? "" : domain + "/") + name + "/";
+  return "there is no template in " + underRoot(kOwnTemplates) + "/" + (domain.empty() ? "" : domain + "/") + name +
+         "/";
 }
 
 std::vector<TemplateRemark> templateRemarks(const std::string& name, const std::string& domain) {
   for (const std::string& directory : directoriesOf(name, domain)) {
-    const std::optional<TemplateFiles> files = openFiles(directory);
-    if (files) return lintTemplate(readTexts(directory, *files));
+    if (auto remarks = remarksOn(directory)) return std::move(*remarks);
   }
   return {};
+}
+
+std::vector<TemplateSet> ownTemplates() {
+  const std::string own = underRoot(kOwnTemplates);
+  std::vector<TemplateSet> sets;
+  for (const std::string& name : directoriesIn(own)) {
+    if (openFiles(own + "/" + name)) sets.push_back({"", name});
+    for (const std::string& inner : directoriesIn(own + "/" + name)) {
+      if (openFiles(own + "/" + name + "/" + inner)) sets.push_back({name, inner});
+    }
+  }
+  return sets;
+}
+
+std::vector<std::string> shippedTemplates() { return directoriesIn(shareDirectory() + kShippedTemplates); }
+
+std::string shippedTemplateFault(const std::string& name) {
+  const auto found = reportTemplateIn(shareDirectory() + kShippedTemplates + "/" + name);
+  return found ? found->error() : "none of its files is there";
+}
+
+std::vector<TemplateRemark> shippedTemplateRemarks(const std::string& name) {
+  return remarksOn(shareDirectory() + kShippedTemplates + "/" + name).value_or(std::vector<TemplateRemark>());
 }
 
 std::shared_ptr<const ReportTemplate> findReportTemplate(const std::string& name, const std::string& domain) {

@@ -4,7 +4,7 @@
 //
 //   {{RELEASE_EMAIL_ADDR:x-mailto-to}}       the address of a mailto: link, for a plain-text body
 //   {{RELEASE_EMAIL_ADDR:x-mailto-subject}}  its subject, percent-decoded, one line
-//   {{ORIG_SUBJECT:x-inert=160}}             a held text for the page, see inertText(): at most 160 characters
+//   {{ORIG_SUBJECT:x-inert=160}}             a held text for the page, see inertText(): 160 characters, 320 bytes
 //   {{ORIG_SUBJECT:x-inert-text=160}}        the same for plain text
 //   {{TITLE_LOGO:x-alt=WORDS:...}}           WORDS in place of the value, before an image modifier
 

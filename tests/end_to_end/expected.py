@@ -88,7 +88,7 @@ def cut(text, characters):
     return text if len(text) <= characters else text[:characters - 1] + "…"
 
 
-def sender(row, characters=60):
+def sender(row, characters=40):
     name, _, address = row.sender.rpartition("<")
     if not row.sender.endswith(">"):
         name, address = row.sender, ""
@@ -96,7 +96,7 @@ def sender(row, characters=60):
     return ("%s <%s" % (name, address) if address else name).strip() or "(no sender)"
 
 
-def subject(row, characters=120):
+def subject(row, characters=100):
     return cut(row.subject, characters) or "(no subject)"
 
 

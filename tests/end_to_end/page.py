@@ -3,6 +3,7 @@
 from html.parser import HTMLParser
 
 VOID = {"img", "meta", "br", "hr", "link", "input"}
+PLACES = {"th": "sender", "b": "sender", "span": "sender", "div": "subject", "small": "date"}  # within a row
 
 
 class Page(HTMLParser):
@@ -18,32 +19,28 @@ class Page(HTMLParser):
         values = dict(attributes)
         self.elements.append((tag, tuple(attributes)))
         if tag not in VOID:
-            self.unclosed.append((tag, values.get("class", "")))
-        if tag == "tr" and values.get("class") in ("odd", "even"):
-            self.rows.append(dict(values, sender="", subject="", date="", links=[], images=[]))
+            self.unclosed.append(tag)
+        if tag == "tr" and "tbody" in self.unclosed:
+            self.rows.append(dict(values, sender="", subject="", date="", links=[]))
         if tag == "a":
-            (self.rows[-1]["links"] if self.inside("tr", "odd", "even") else self.links).append(values["href"])
+            (self.rows[-1]["links"] if "tbody" in self.unclosed else self.links).append(values["href"])
         if tag == "img":
-            (self.rows[-1]["images"] if self.inside("tr", "odd", "even") else self.images).append(values)
+            self.images.append(values)
 
     def handle_endtag(self, tag):
-        if not self.unclosed or self.unclosed[-1][0] != tag:
+        if not self.unclosed or self.unclosed[-1] != tag:
             raise AssertionError("</%s> closes %s at %s" % (tag, self.unclosed[-1:], self.getpos()))
         self.unclosed.pop()
 
     def handle_data(self, data):
-        if self.inside("tr", "odd", "even"):
-            for _, place in self.unclosed:
-                if place in ("sender", "subject", "date"):
-                    self.rows[-1][place] += data.replace("\u200b", "")  # stands where a link would be
-        elif self.unclosed and self.unclosed[-1][0] in ("h1", "p"):
+        innermost = self.unclosed[-1] if self.unclosed else ""
+        if "tbody" in self.unclosed and innermost in PLACES:
+            self.rows[-1][PLACES[innermost]] += data.replace("\u200b", "")  # stands where a link would be
+        elif innermost in ("h1", "p"):
             self.head += data + "\n"
 
     def handle_comment(self, data):
         raise AssertionError("a remark in the page: %r" % data)
-
-    def inside(self, tag, *classes):
-        return any(name == tag and css in classes for name, css in self.unclosed)
 
     @property
     def shape(self):

@@ -12,7 +12,8 @@ import unittest
 from pathlib import Path
 
 from host import SHARE, Host
-from postfix import Postfix, can_run, free_port
+from loopback import free_port
+from postfix import Postfix, can_run
 
 EXAMPLES = SHARE / "examples"
 OWNER, GROUP = "nobody", "nogroup"  # who delivers, and the group that may read the quarantine

@@ -1,10 +1,11 @@
-// Runs a fuzz target over the files of a directory, each once and each cut at a few places, without libFuzzer.
+// Runs a fuzz target over the files of directories, each once and each cut at a few places, without libFuzzer.
 
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -13,6 +14,7 @@ namespace {
 
 std::vector<std::uint8_t> contentOf(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
+  if (!in) throw std::runtime_error("cannot read " + path.string());
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 

@@ -19,6 +19,8 @@ import time
 from collections import defaultdict
 from pathlib import Path
 
+from loopback import free_port
+
 MASTER_CF = """\
 127.0.0.1:{port} inet n - n - - smtpd
 cleanup unix n - n - 0 cleanup
@@ -43,12 +45,6 @@ GUARD = '"$0" -c "$1" -d & read -r _; trap "" TERM; kill 0; wait'
 def can_run():
     """Whether there is a Postfix here and this user may start it."""
     return os.geteuid() == 0 and shutil.which("postfix", path="/usr/sbin:/usr/bin") is not None
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class Postfix:

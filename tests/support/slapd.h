@@ -13,7 +13,7 @@
 
 namespace Velmar::Testing {
 
-/// Serves an LDIF file; its files, ca.pem and other-ca.pem among them, are in `directory`, which it makes.
+/// Serves an LDIF file; its files, ca.pem and other.pem among them, are in `directory`, which it makes.
 class Slapd {
  public:
   Slapd(const std::string& directory, const std::string& ldif) {
@@ -23,7 +23,7 @@ class Slapd {
     if (process_ == 0) {
       ::dup2(ends[1], 0);
       ::dup2(ends[1], 1);
-      ::execlp("python3", "python3", VELMAR_TEST_SUPPORT "/slapd.py", directory.c_str(), ldif.c_str(), nullptr);
+      ::execlp("python3", "python3", "-B", VELMAR_TEST_SUPPORT "/slapd.py", directory.c_str(), ldif.c_str(), nullptr);
       ::_exit(127);
     }
     ::close(ends[1]);

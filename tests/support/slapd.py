@@ -11,6 +11,8 @@ import sys
 import time
 from pathlib import Path
 
+from loopback import free_port, make_certificates
+
 SUFFIX = "dc=example,dc=org"
 ADMIN = "cn=admin," + SUFFIX
 PASSWORD = "secret"
@@ -36,24 +38,6 @@ index mail,member eq
 """
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def run(*command):
-    done = subprocess.run([str(part) for part in command], capture_output=True, text=True)
-    if done.returncode != 0:
-        raise RuntimeError("%s: %s" % (command, done.stderr))
-
-
-def make_certificate(directory, name, *options):
-    """Makes NAME.pem and NAME.key; signed by itself unless the options say otherwise."""
-    run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
-        "-subj", "/CN=" + name, "-keyout", directory / (name + ".key"), "-out", directory / (name + ".pem"), *options)
-
-
 class Slapd:
     """Serves `ldif` below SUFFIX to those who bind; its certificate is for 127.0.0.1, by the authority ca.pem."""
 
@@ -62,13 +46,10 @@ class Slapd:
         self.port, self.tls_port = free_port(), free_port()
         self.process = None
         (self.directory / "data").mkdir(parents=True)
-        make_certificate(self.directory, "other-ca")
-        make_certificate(self.directory, "ca")
-        make_certificate(self.directory, "server", "-CA", self.directory / "ca.pem", "-CAkey", self.directory / "ca.key",
-                         "-addext", "subjectAltName=IP:127.0.0.1")
+        make_certificates(self.directory)
         self.config = self.directory / "slapd.conf"
         self.config.write_text(CONFIG.format(dir=self.directory, suffix=SUFFIX, admin=ADMIN, password=PASSWORD))
-        run("/usr/sbin/slapadd", "-q", "-f", self.config, "-l", ldif)
+        subprocess.run(["/usr/sbin/slapadd", "-q", "-f", self.config, "-l", ldif], check=True)
         self.start()
 
     def start(self):

@@ -40,7 +40,10 @@ Check configurationCheck();
 // Everything else, as the configuration names it. Each throws Exception when the configuration cannot be read.
 
 void addScheduleCheck(Checks& checks);
+/// The templates that the configuration names.
 void addTemplateChecks(Checks& checks);
+/// All others that exist: the system's own, the domains' own, and those that came with the software.
+void addUnusedTemplateChecks(Checks& checks);
 void addImageChecks(Checks& checks);
 /// State store, spool, secret, log file, and the other files that the configuration names.
 void addFileChecks(Checks& checks);

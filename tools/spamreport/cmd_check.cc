@@ -56,8 +56,9 @@ Checks chosenChecks(const CheckOptions& options) {
   Checks checks;
   if (!options.templatesOnly) addScheduleCheck(checks);
   addTemplateChecks(checks);
-  if (options.templatesOnly) return checks;
+  if (options.templatesOnly) addUnusedTemplateChecks(checks);
   addImageChecks(checks);
+  if (options.templatesOnly) return checks;
   addFileChecks(checks);
   addServerChecks(checks);
   addMailboxChecks(checks);

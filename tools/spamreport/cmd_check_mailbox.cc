@@ -13,6 +13,7 @@
 #include "tools/spamreport/checks.h"
 #include "tools/spamreport/commands.h"
 #include "tools/spamreport/mailbox_facts.h"
+#include "tools/spamreport/names.h"
 #include "tools/spamreport/table.h"
 #include "tools/spamreport/time_text.h"
 #include "velmar/spamreport.h"

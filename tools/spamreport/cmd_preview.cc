@@ -8,11 +8,13 @@
 #include <vector>
 
 #include "host/host.h"
+#include "platform/text_network.h"
 #include "tools/spamreport/commands.h"
 #include "tools/spamreport/event_collector.h"
 #include "tools/spamreport/files.h"
 #include "tools/spamreport/inline_images.h"
 #include "tools/spamreport/mailbox_facts.h"
+#include "tools/spamreport/names.h"
 #include "tools/spamreport/open_page.h"
 #include "tools/spamreport/outcome.h"
 #include "tools/spamreport/recipients.h"
@@ -92,16 +94,6 @@ void complainOf(const std::string& address, const Outcome& outcome) {
             << " (spamreport check --mailbox says more)\n";
 }
 
-/// Names of the shipped templates, in order.
-std::vector<std::string> shippedTemplates() {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(Host::shareDirectory() + "/templates")) {
-    if (entry.path().filename().string().starts_with(kDefault)) names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 /// "default-pt-BR" is in "pt_BR", "default" in English.
 std::string languageOf(const std::string& templateName) {
   std::string language = templateName.substr(std::min(kDefault.size() + 1, templateName.size()));
@@ -109,23 +101,35 @@ std::string languageOf(const std::string& templateName) {
   return language.empty() ? "en" : language;
 }
 
-/// A page with every set in a frame as wide as a phone.
-std::string indexPage(const std::vector<std::string>& names) {
-  std::string page =
-      "<!DOCTYPE html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n<title>Report templates</title>\n"
-      "<style>body { display: flex; flex-wrap: wrap; gap: 16px; font-family: sans-serif; } iframe { width: 380px; "
-      "height: 720px; border: 1px solid #888; }</style>\n";
+constexpr char kIndexHead[] = R"(<!DOCTYPE html>
+<html lang="en">
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<title>Report templates</title>
+<style>
+body { margin: 16px; font-family: sans-serif; color: #1d2b36; background: #eff3f6; }
+main { display: grid; grid-template-columns: repeat(auto-fill, minmax(390px, 1fr)); gap: 24px 16px; }
+h2 { margin: 0; font-size: 17px; }
+p { margin: 2px 0 8px; font-size: 14px; }
+iframe { width: 100%; height: 780px; border: 1px solid #c3ced6; box-sizing: border-box; background: #ffffff; }
+</style>
+)";
+
+/// A page with every set in a frame somewhat wider than a phone.
+std::string indexPage(const std::vector<std::string>& names, const std::string& address) {
+  std::string page = kIndexHead;
+  page += "<h1>" + vlm_html_encode(address) + " in " + std::to_string(names.size()) + " templates</h1>\n<main>\n";
   for (const std::string& name : names) {
-    page += "<div><h2><a href=\"" + name + ".html\">" + name + "</a> <a href=\"" + name +
-            ".txt\">text</a></h2><iframe loading=\"lazy\" title=\"" + name + "\" src=\"" + name +
-            ".html\"></iframe></div>\n";
+    page += "<section><h2 dir=\"auto\">" + vlm_html_encode(Host::languageName(languageOf(name))) + "</h2>\n<p>" + name +
+            ": <a href=\"" + name + ".html\">page</a>, <a href=\"" + name + ".txt\">text</a></p>\n" +
+            "<iframe loading=\"lazy\" title=\"" + name + "\" src=\"" + name + ".html\"></iframe></section>\n";
   }
-  return page;
+  return page + "</main>\n</html>\n";
 }
 
 int previewAll(const PreviewOptions& options, const std::string& address, std::int64_t until) {
   const std::filesystem::path directory = options.directory;
-  const std::vector<std::string> names = shippedTemplates();
+  const std::vector<std::string> names = Host::shippedTemplates();
   for (const std::string& name : names) {
     Host::setPreview({languageOf(name), name, ""});
     MailCatcher catcher;
@@ -138,7 +142,7 @@ int previewAll(const PreviewOptions& options, const std::string& address, std::i
     writeFile(directory / (name + ".html"), inlineImages(catcher.mail()->html, catcher.mail()->content));
     writeFile(directory / (name + ".txt"), catcher.mail()->text);
   }
-  writeFile(directory / "index.html", indexPage(names));
+  writeFile(directory / "index.html", indexPage(names, address));
   std::cout << alignedTable({{(directory / "index.html").string(), std::to_string(names.size()) + " templates"}});
   if (options.open) openPage(directory / "index.html");
   return kGood;

@@ -1,6 +1,5 @@
 // spamreport queue: what waits in the spool, what has failed, and what administrators do about it.
 
-#include <algorithm>
 #include <ctime>
 #include <functional>
 #include <iostream>
@@ -8,6 +7,7 @@
 #include "host/host.h"
 #include "platform/types.h"
 #include "tools/spamreport/commands.h"
+#include "tools/spamreport/names.h"
 #include "tools/spamreport/queue_text.h"
 #include "tools/spamreport/table.h"
 #include "tools/spamreport/time_text.h"
@@ -19,11 +19,10 @@ using Host::SpoolState;
 
 constexpr std::size_t kMostNames = 10;  // of a mail: the longest makes the column as wide for all others
 
-std::string joined(const std::vector<std::string>& names) {
-  std::string text;
-  const std::size_t shown = std::min(names.size(), kMostNames);
-  for (std::size_t i = 0; i < shown; ++i) text += (i == 0 ? "" : ", ") + names[i];
-  return shown == names.size() ? text : text + " and " + std::to_string(names.size() - shown) + " more";
+std::string namesOf(const std::vector<std::string>& names) {
+  if (names.size() <= kMostNames) return joined(names, ", ");
+  const std::vector<std::string> shown(names.begin(), names.begin() + kMostNames);
+  return joined(shown, ", ") + " and " + std::to_string(names.size() - kMostNames) + " more";
 }
 
 const char* stateName(SpoolState state) {
@@ -54,7 +53,7 @@ std::vector<std::string> rowOf(const Host::SpoolEntry& entry, std::int64_t now) 
           nextText(entry, now),
           std::to_string(entry.size),
           entry.sender.empty() ? "<>" : entry.sender,
-          joined(entry.recipients),
+          namesOf(entry.recipients),
           entry.lastReply};
 }
 
@@ -87,7 +86,7 @@ void printProblems(const std::vector<Host::FlushProblem>& problems) {
   std::vector<std::vector<std::string>> rows;
   for (const Host::FlushProblem& problem : problems) {
     const char* what = problem.state == SpoolState::kWaiting ? "delayed" : stateName(problem.state);
-    rows.push_back({what, problem.id, joined(problem.recipients), problem.reply});
+    rows.push_back({what, problem.id, namesOf(problem.recipients), problem.reply});
   }
   if (!rows.empty()) std::cout << alignedTable(rows);
 }

@@ -51,10 +51,4 @@ Links linksOf(const std::string& address) {
   return links;
 }
 
-std::string joined(const std::vector<std::string>& names, const char* separator) {
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : separator) + name;
-  return text;
-}
-
 }  // namespace Velmar::Tool

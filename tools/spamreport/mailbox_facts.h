@@ -26,7 +26,4 @@ struct Links {
 /// The links of a mailbox as a run would find them, without its repair. Throws Exception when it could not look.
 Links linksOf(const std::string& address);
 
-/// The names, separated by `separator`.
-std::string joined(const std::vector<std::string>& names, const char* separator);
-
 }  // namespace Velmar::Tool

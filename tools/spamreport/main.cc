@@ -131,7 +131,7 @@ void addPreview(CLI::App& app, Request& request) {
 void addCheck(CLI::App& app, Request& request) {
   CLI::App* check = addCommand(app, request, "check", "Say what is wrong with this installation",
                                [&request] { return Tool::check(request.check); });
-  check->add_flag("--templates", request.check.templatesOnly, "Look at the report templates only");
+  check->add_flag("--templates", request.check.templatesOnly, "Look at the templates and their images only");
   check->add_option("--mailbox", request.check.mailbox, "Explain instead whether and why this mailbox gets\na report")
       ->type_name("ADDRESS");
   addCommon(*check, request.common);

@@ -8,6 +8,7 @@
 
 #include "platform/types.h"
 #include "tools/spamreport/commands.h"
+#include "tools/spamreport/names.h"
 
 namespace Velmar::Tool {
 namespace {
@@ -30,12 +31,6 @@ std::string trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(kBlanks);
   if (first == std::string_view::npos) return "";
   return std::string(text.substr(first, text.find_last_not_of(kBlanks) - first + 1));
-}
-
-std::string joined(const std::vector<std::string>& names, const char* separator) {
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : separator) + name;
-  return text;
 }
 
 using Names = std::vector<std::string>;

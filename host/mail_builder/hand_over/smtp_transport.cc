@@ -3,8 +3,6 @@
 
 #include "host/mail_builder/hand_over/smtp_transport.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/common/descriptor.h"
 #include "host/common/root.h"
+#include "host/common/secret_file.h"
 #include "host/mail_builder/hand_over/smtp_connection.h"
 #include "host/mail_builder/hand_over/smtp_envelope.h"
 #include "host/mail_builder/hand_over/smtp_transaction.h"
@@ -26,44 +24,29 @@ namespace {
 
 constexpr std::size_t kMaxAuthFile = 4096;
 
-Exception fileFault(const char* key, const std::string& path, const std::string& reason) {
-  return Exception("SmtpException", 4, "Smtp", __LINE__, std::string(key) + " " + path + ": " + reason);
-}
-
 struct Login {
   std::string user;
   std::string password;
 };
 
-/// The next line without its end, taken off the text.
-std::string takeLine(std::string& text) {
-  const std::size_t end = text.find('\n');
-  std::string line = text.substr(0, end);
-  text.erase(0, end == std::string::npos ? end : end + 1);
-  if (line.ends_with('\r')) line.pop_back();
-  return line;
-}
-
-Login parseLogin(std::string text, const std::string& path) {
-  if (text.find('\0') != std::string::npos) throw fileFault("auth_file", path, "holds a NUL");
+Login readLogin(const std::string& path) {
+  const char* const what = "auth_file";
+  std::string text = readSecretFile(what, path, kMaxAuthFile + 1);
+  if (text.size() > kMaxAuthFile)
+    throw secretFileFault(what, path, "is larger than " + std::to_string(kMaxAuthFile) + " bytes");
+  if (text.find('\0') != std::string::npos) throw secretFileFault(what, path, "holds a NUL");
   Login login;
   login.user = takeLine(text);
   login.password = takeLine(text);
-  if (login.user.empty()) throw fileFault("auth_file", path, "has no user in its first line");
-  if (login.password.empty()) throw fileFault("auth_file", path, "has no password in its second line");
-  if (!text.empty()) throw fileFault("auth_file", path, "has more than two lines");
+  if (login.user.empty()) throw secretFileFault(what, path, "has no user in its first line");
+  if (login.password.empty()) throw secretFileFault(what, path, "has no password in its second line");
+  if (!text.empty()) throw secretFileFault(what, path, "has more than two lines");
   return login;
 }
 
-Login readLogin(const std::string& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0) throw fileFault("auth_file", path, errorText(errno));
-  if (!S_ISREG(status.st_mode)) throw fileFault("auth_file", path, "is not a regular file");
-  if ((status.st_mode & S_IRWXO) != 0) {
-    throw fileFault("auth_file", path, "is open to every user of this host; chmod o= it");
-  }
-  return parseLogin(readUpTo(file.get(), kMaxAuthFile, path), path);
+void checkAuthorities(const std::string& path) {
+  if (::access(path.c_str(), R_OK) == 0) return;
+  throw Exception("SmtpException", 4, "Smtp", __LINE__, "ca_file " + path + " cannot be read: " + errorText(errno));
 }
 
 curl_usessl startTlsOf(const QueueConfig& config) {
@@ -82,7 +65,7 @@ SmtpServer serverOf(const QueueConfig& config, const std::string& ehloName) {
   server.timeout = std::chrono::seconds(config.timeout);
   if (!config.caFile.empty()) {
     server.caFile = underRoot(config.caFile);
-    if (::access(server.caFile.c_str(), R_OK) != 0) throw fileFault("ca_file", server.caFile, errorText(errno));
+    checkAuthorities(server.caFile);
   }
   if (!config.authFile.empty()) {
     Login login = readLogin(underRoot(config.authFile));

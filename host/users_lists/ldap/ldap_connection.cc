@@ -14,11 +14,13 @@
 
 #include "host/common/descriptor.h"
 #include "host/common/root.h"
+#include "host/common/secret_file.h"
 #include "host/host.h"
-#include "host/users_lists/ldap/password_file.h"
 
 namespace Velmar::Host {
 namespace {
+
+constexpr std::size_t kMaxPassword = 1024;
 
 /// The library writes to sockets that the server may have closed. As long as this lives, that sends no SIGPIPE to this
 /// thread, whatever the program does with the signal.
@@ -83,8 +85,15 @@ std::string authorities(const LdapProfileConfig& profile) {
   throw directoryError(__LINE__, profile.number, "no authorities that the system trusts are found: set ca_file");
 }
 
+/// The first line of the password file. A bind with an empty one would succeed without proving anything.
 std::string passwordOf(const LdapProfileConfig& profile) try {
-  return passwordFromFile(underRoot(profile.passwordFile));
+  const char* const what = "password file";
+  const std::string path = underRoot(profile.passwordFile);
+  std::string text = readSecretFile(what, path, kMaxPassword + 2);  // with the longest end of the line
+  std::string password = takeLine(text);
+  if (password.empty()) throw secretFileFault(what, path, "has an empty first line");
+  if (password.size() > kMaxPassword) throw secretFileFault(what, path, "has a first line of over 1024 bytes");
+  return password;
 } catch (const Exception& e) {
   throw directoryError(__LINE__, profile.number, e.text());
 }

@@ -3,10 +3,10 @@
 @@{{MAILBOX_ADDRESS}} at {{SITE_NAME}}@@
 @@{{QUARANTINE_PERIOD_FROM}} to {{QUARANTINE_PERIOD_TO}} ({{TIME_ZONE}})@@
 
-@@These messages look like spam, so they were kept out of your inbox. You need not do anything about those that you do not want.@@
+@@This message looks like spam, so it was kept out of your inbox.||These messages look like spam, so they were kept out of your inbox.@@
 
-@@“Release” delivers a message to your mailbox. “Delete” removes it for good.@@{{#SPAM_WEB_ACTION}}
-@@On the web, a page is shown first, where you confirm.@@{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
+@@“Release” delivers a message to your mailbox. “Delete” removes it for good.@@@@=gap@@@@If you do not want a message, you need not do anything.@@{{#SPAM_WEB_ACTION}}
+@@On the web, a page of your mail service opens first.@@{{/SPAM_WEB_ACTION}}{{#SPAM_EMAIL_ACTION}}
 @# In the plain text. For each message an address and a subject follow.
 @@By mail, write to the address given, with exactly the subject given.@@{{/SPAM_EMAIL_ACTION}}
 
@@ -36,6 +36,6 @@
 {{/SPAM_EMAIL_ACTION}}{{#SPAM_OTHER_ACTION}}@@Change your quarantine preferences@@
     {{PREFERENCE_URL}}
 {{/SPAM_OTHER_ACTION}}
-@@You receive this report because {{SITE_NAME}} holds messages for {{MAILBOX_ADDRESS}} that look like spam.@@ @@Your mail administrators can change or stop these reports.@@
+@@You receive this report because {{SITE_NAME}} holds messages for {{MAILBOX_ADDRESS}} that look like spam.@@@@=gap@@@@Your mail administrators can change or stop these reports.@@
 {{#SPAM_WEB_ACTION}}@@The links work without a password, so please do not forward this report.@@
 {{/SPAM_WEB_ACTION}}

@@ -79,19 +79,6 @@ class LogTest : public Test {
   Velmar::Host::FileSink sink{path};
 };
 
-TEST_F(LogTest, GoesWhereConfigurationAndCommandSay) {
-  EXPECT_THAT(stderrOf(false, "", [] { logLines(1); }), IsEmpty());
-  EXPECT_THAT(stderrOf(true, kFile, [] { logLines(1); }), ElementsAre(kLine));
-  EXPECT_THAT(linesOf(root / kFile), ElementsAre(kLine));
-  for (const std::size_t wanted : {0U, 1U}) {
-    const auto log = [=] {
-      Velmar::Host::setLogToStderr(wanted == 1);
-      logLines(1);
-    };
-    EXPECT_EQ(stderrOf(wanted == 0, "", log).size(), wanted);
-  }
-}
-
 TEST_F(LogTest, WithoutConfigurationItUsesStderrAndDoesNotLoadAgainForEachLine) {
   const auto lines = stderrOf(false, "", [] {
     configurationFails = true;
@@ -268,15 +255,6 @@ TEST_F(LogTest, ALineCutByAFullDiskCostsOnlyItself) {
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
   for (const char* line : {"whole\n", "next\n"}) EXPECT_EQ(sink.write(line), 0);
   EXPECT_THAT(linesOf(path), ElementsAre("0123456789", "cut i", "whole", "next"));
-}
-
-TEST_F(LogTest, LinesOfManyProcessesStayWhole) {
-  const pid_t child = ::fork();
-  const std::string line(300, child ? 'a' : 'b');
-  for (int i = 0; i < 200; ++i) sink.write(line + "\n");
-  if (child == 0) ::_exit(0);
-  ::waitpid(child, nullptr, 0);
-  EXPECT_THAT(linesOf(path), AllOf(SizeIs(400), Each(AnyOf(line, std::string(300, 'b')))));
 }
 
 }  // namespace

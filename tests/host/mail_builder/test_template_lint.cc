@@ -8,12 +8,13 @@
 #include <regex>
 #include <set>
 
+#include "host/mail_builder/plural_class.h"
 #include "host/mail_builder/template_lint.h"
+#include "host/mail_builder/template_names.h"
 
 namespace Velmar::Host {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Names = std::set<std::pair<std::string, std::string>>;
 
@@ -22,18 +23,25 @@ std::string contentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::vector<std::string> said(const TemplateTexts& texts) {
+/// What is no fault has "note: " before its text.
+std::vector<std::string> said(const TemplateTexts& texts, const std::vector<OfferedActions>& offers = {}) {
   std::vector<std::string> lines;
-  for (const TemplateRemark& remark : lintTemplate(texts)) lines.push_back(remark.place + ": " + remark.text);
+  for (const TemplateRemark& remark : lintTemplate(texts, offers)) {
+    lines.push_back(remark.place + (remark.fault ? ": " : ": note: ") + remark.text);
+  }
   return lines;
+}
+
+TemplateTexts textsIn(const std::string& directory) {
+  return {contentOf(directory + "/header.tpl"), contentOf(directory + "/body.html.tpl"),
+          contentOf(directory + "/body.txt.tpl")};
 }
 
 TEST(TemplateLintTest, ShippedTemplatesAreSoundAndHaveWordsForEachNumber) {
   std::size_t sets = 0;
   for (const auto& entry : std::filesystem::directory_iterator(SHARE "/templates")) {
-    const std::string directory = entry.path().string() + "/";
-    const TemplateTexts texts{contentOf(directory + "header.tpl"), contentOf(directory + "body.html.tpl"),
-                              contentOf(directory + "body.txt.tpl")};
+    const std::string directory = entry.path().string();
+    const TemplateTexts texts = textsIn(directory);
     const ReportTemplate parsed(texts, directory);
     ASSERT_EQ(parsed.error(), "") << directory;
     EXPECT_THAT(said(texts), IsEmpty()) << directory;
@@ -46,15 +54,16 @@ TEST(TemplateLintTest, ShippedTemplatesAreSoundAndHaveWordsForEachNumber) {
     }
     ++sets;
   }
-  EXPECT_EQ(sets, 20U);
+  EXPECT_GE(sets, 20U);
 }
 
-TEST(TemplateLintTest, EachOddityIsNamedWithItsPlace) {
+TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
   const std::string rows = "{{#QUARANTINE_MESSAGES_TABLE}}";
-  const std::string body = rows + "{{ORIG_FROM}}{{EMAIL_ID}}{{/QUARANTINE_MESSAGES_TABLE}}";
+  const TemplateTexts sound = textsIn(SHARE "/templates/default");
+  const auto lines = std::to_string(std::count(sound.html.begin(), sound.html.end(), '\n') + 2);
   const struct {
     std::string marker;
-    std::string want;  ///< of a page that holds the marker in its second line
+    std::string want;  ///< of a page that has the marker added in a line of its own
   } cases[] = {
       {"{{ORIG_SUBJET}}", "unknown variable ORIG_SUBJET: it is always empty"},
       {"{{! {{ORIG_SUBJET }}{{BI_SPACE}}", ""},
@@ -78,22 +87,103 @@ TEST(TemplateLintTest, EachOddityIsNamedWithItsPlace) {
       {"{{TITLE_LOGO:h:x-img-cid=LOGO:none}}", "TITLE_LOGO:x-img-cid=LOGO: there is no image LOGO"},
       {"{{TITLE_LOGO:x-img-cid=TITLE_LOGO}}", "TITLE_LOGO shows as its own source text: write \":none\" at its end"},
       {"{{TITLE_LOGO:x-image}}", "TITLE_LOGO:x-image: unknown modifier, it does nothing"},
+      {rows + "<p title={{ORIG_DATE}} id='x'>",
+       "ORIG_DATE stands in an attribute without quotes: write \"{{ORIG_DATE}}\""},
+      {rows + "<p title='a={{ORIG_DATE}}'> a={{ORIG_DATE}}", ""},
+      {"{QUARANTINE_PERIOD_TO} {x} {", "{QUARANTINE_PERIOD_TO} is shown as it is: write {{QUARANTINE_PERIOD_TO}}"},
+      {"{{SITE_NAME:x-mailto-to}}", "SITE_NAME:x-mailto-to: it is for a variable ..._EMAIL_ADDR only"},
+      {rows + "{{SENDER_NAME:x-inert=1001}}", "SENDER_NAME:x-inert=1001: no number of characters from 1 to 1000"},
+      {rows + "{{ORIG_FROM}}",
+       "note: ORIG_FROM may hold what looks like a link or hides text: write {{ORIG_FROM:x-inert=200}}"},
+      {"{{TITLE_LOGO:x-img-cid=TITLE_LOGO:h:none}}",
+       "TITLE_LOGO shows as its own source text: write \":h\" before \":x-img-cid=\""},
+      {"{{DELETE_SUBJECT}}",
+       "DELETE_SUBJECT is empty in a report with web_release only: put it into SPAM_EMAIL_ACTION"},
+      {"<IMG alt='' SRC=logo.png>",
+       "the image \"logo.png\" does not exist for the mail's reader: show an image by "
+       "{{TITLE_LOGO:h:x-img-cid=TITLE_LOGO:none}}"},
+      {"<imgx><img alt=\"src\"><img src=\"{{SITE_NAME}}\">", ""},
+      {"<script>", "no mail program runs a script: remove it"},
       {rows + "{{#SPAM_EMAIL_ACTION}}<a href=\"{{RELEASE_EMAIL_ADDR}}\">",
        "RELEASE_EMAIL_ADDR becomes \"#\" in a link: write {{RELEASE_EMAIL_ADDR:h:none}}"},
   };
   for (const auto& [marker, want] : cases) {
-    const std::vector<std::string> got = said({"", body + "\n" + marker + "\n", body});
-    EXPECT_EQ(got, want.empty() ? std::vector<std::string>() : std::vector{"body.html.tpl:2: " + want}) << marker;
+    const std::vector<std::string> got = said({sound.header, sound.html + "\n" + marker + "\n", sound.text});
+    EXPECT_EQ(got, want.empty() ? std::vector<std::string>() : std::vector{"body.html.tpl:" + lines + ": " + want})
+        << marker;
   }
-  EXPECT_THAT(said({"\n\nSubject: {{COUNT}}", "{{ORIG_FROM}}\n{{#TABLE_HEADER}}",
-                    rows + "\n{{ORIG_FROM}}{{ICON_DELETE:x-img-cid=ICON_DELETE}}"}),
-              ElementsAre("header.tpl:3: unknown variable COUNT: it is always empty",
-                          "body.html.tpl:1: ORIG_FROM is empty here, it is filled in QUARANTINE_MESSAGES_TABLE",
-                          "body.html.tpl:1: lists no messages: no ORIG_FROM and no ORIG_SUBJECT in the section "
-                          "QUARANTINE_MESSAGES_TABLE",
-                          "body.txt.tpl:2: ICON_DELETE:x-img-cid=ICON_DELETE: only the page can show an image",
-                          "body.txt.tpl:1: offers no way to release a message: no RELEASE_URL and no "
-                          "RELEASE_EMAIL_ADDR"));
+}
+
+TEST(TemplateLintTest, EachMissingPartIsNamed) {
+  const TemplateTexts sound = textsIn(SHARE "/templates/default");
+  const std::string subject = "{{ORIG_SUBJECT:x-inert-text=300}}";
+  const std::string webSubject = "{{#SPAM_WEB_ACTION}}" + subject + "{{/SPAM_WEB_ACTION}}";
+  const std::string txt = "body.txt.tpl:";
+  const std::vector<OfferedActions> any;
+  const std::vector<OfferedActions> web{{true, false}};
+  const struct {
+    std::string TemplateTexts::*file;
+    std::string old, by;  ///< what is replaced, everywhere
+    std::vector<OfferedActions> offers;
+    std::vector<std::string> want;
+  } cases[] = {
+      {&TemplateTexts::text,
+       "{{RELEASE_URL}}",
+       "",
+       any,
+       {txt + "1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
+              "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
+      {&TemplateTexts::text, "{{RELEASE_URL}}", "", {{false, true}}, {}},
+      {&TemplateTexts::text,
+       subject,
+       webSubject,
+       any,
+       {txt + "1: does not say what a message is about in a report with email_release only: put "
+              "{{ORIG_SUBJECT:x-inert-text=200}} into QUARANTINE_MESSAGES_TABLE"}},
+      {&TemplateTexts::text, subject, webSubject, web, {}},
+      {&TemplateTexts::text,
+       "{{PREFERENCE_URL}}",
+       "",
+       any,
+       {txt + "1: note: does not say where to change the preferences: put {{PREFERENCE_URL}} into SPAM_OTHER_ACTION"}},
+      {&TemplateTexts::text,
+       "{{MAILBOX_ADDRESS}} at",
+       "{{%AUTOESCAPE context=\"HTML\"}}{{MAILBOX_ADDRESS}} at",
+       any,
+       {txt + "3: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE context=\"HTML\"}}"}},
+      {&TemplateTexts::html,
+       "{{#EVEN_ROW}} class=\"even\" bgcolor=\"#f7f9fa\"{{/EVEN_ROW}}",
+       "",
+       any,
+       {"body.html.tpl:1: note: no section ODD_ROW or EVEN_ROW, one of which each row opens"}},
+      {&TemplateTexts::text,
+       "{{#COUNT_ONE}}",
+       "{{#COUNT_TWO}}",
+       any,
+       {txt + "1: shows nothing for the number 1: write the section COUNT_ONE",
+        txt + "1: note: the section COUNT_TWO is never shown: the language \"en\" has no such class"}},
+      {&TemplateTexts::header,
+       "Language: en",
+       "Language: german",
+       any,
+       {"header.tpl:1: unknown language \"german\": words are chosen as if it had one form for all numbers"}},
+      {&TemplateTexts::header, "Language: en", "Language: sv", any, {}},
+      {&TemplateTexts::header,
+       "RELEASE",
+       "DELETE",
+       web,
+       {"header.tpl:3: DELETE_CONTROL_USER is empty in a report with web_release only: put it into SPAM_EMAIL_ACTION"}},
+      {&TemplateTexts::header, "Subject: ", "Subject:\nX: ", any, {"header.tpl:4: the subject is empty"}},
+  };
+  for (const auto& c : cases) {
+    TemplateTexts texts = sound;
+    std::string& text = texts.*c.file;
+    ASSERT_NE(text.find(c.old), std::string::npos) << c.old;
+    for (std::size_t at = 0; (at = text.find(c.old, at)) != std::string::npos; at += c.by.size()) {
+      text.replace(at, c.old.size(), c.by);
+    }
+    EXPECT_EQ(said(texts, c.offers), c.want) << c.old << " -> " << c.by;
+  }
 }
 
 std::vector<std::string> quotedIn(const std::string& cell) {
@@ -125,7 +215,8 @@ Names documented(const std::string& head) {
     if (first.find_first_not_of(" -") == std::string::npos) continue;
     if (first.find('`') == std::string::npos) table = first;
     if (table != " " + head + " ") continue;
-    const std::string where = (*row)[2].str().substr(1, (*row)[2].length() - 2);
+    const std::string cell = (*row)[2];
+    const std::string where = cell.substr(1, cell.size() - 2);
     for (const std::string& place : placesIn(where)) {
       for (const std::string& name : quotedIn(first)) names.emplace(place, name);
     }

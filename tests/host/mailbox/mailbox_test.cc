@@ -15,6 +15,7 @@
 #include "host/host.h"
 #include "host/mailbox/maildir.h"
 #include "tests/support/temp_root.h"
+#include "tests/support/thrown_by.h"
 
 // The openat() call, counted from now, that fails; 0 = none.
 static thread_local int failingOpen = 0;
@@ -42,11 +43,8 @@ Ref<VXMailboxBase> open(const std::string& name = kBox) {
   return VXMailBoxRef::create(name, MAILBOX_OPEN_READ, VXMailBoxRef::MAILBOX_OP_NONE);
 }
 
-std::string openError(const std::string& name) try {
-  open(name);
-  return "no error";
-} catch (const Exception& e) {
-  return e.text();
+std::string openError(const std::string& name) {
+  return Testing::thrownBy([&] { open(name); });
 }
 
 void setWindow(VXMailboxBase& box, int from, int until, int limit = INT_MAX) {

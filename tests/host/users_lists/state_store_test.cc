@@ -40,7 +40,9 @@ TEST_P(StateStore, ChangeWaitsForAnotherAndThenThrows) {
   const auto other = otherProgram();
   Host::threadDatabase().beginChange(*other, 50ms);
   const std::string want = onServer ? "canceling statement due to lock timeout" : "database is locked";
+  const auto start = std::chrono::steady_clock::now();
   EXPECT_THAT(thrownBy([] { removeEntry("u@d", "l", "a@x"); }), HasSubstr(want));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 4s) << "much longer than 50 ms";
   EXPECT_TRUE(listHolds("u@d", "l", "a@x")) << "readers do not wait for the writer";
   *other << "COMMIT";
   removeEntry("u@d", "l", "a@x");

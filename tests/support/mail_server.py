@@ -1,9 +1,7 @@
-"""Servers that misbehave on a loopback port, for a test: a mail server with one fault, and one that never answers."""
+"""A mail server on a loopback port, for a test: it takes mail, refuses it, or has a fault."""
 
-import socket
 import socketserver
 import threading
-import time
 
 
 class _Session(socketserver.StreamRequestHandler):
@@ -14,18 +12,20 @@ class _Session(socketserver.StreamRequestHandler):
             return
         self._say("220 mx.example.org")
         for line in self.rfile:
-            word = line.split()[0].upper().rstrip(b":") if line.split() else b""
-            if fault == "slow":
-                time.sleep(0.05)
+            word = line[:4].upper()
             if word == b"EHLO":
+                accepted = False
                 self._say("250-mx.example.org\r\n250 PIPELINING")
             elif word == b"RCPT":
-                self._say("451 4.3.0 later" if fault == "451" else "250 ok")
-            elif word == b"DATA" and fault != "451":
+                answer = next((text for part, text in self.server.answers.items() if part in line.decode()), "250 ok")
+                accepted = accepted or answer.startswith("2")
+                self._say(answer)
+            elif word == b"DATA" and accepted:
                 self._say("354 go on")
                 if not self._take_mail() or fault == "closes after DATA":
                     return
                 self._say("250 taken")
+                accepted = False
             elif word == b"QUIT":
                 return self._say("221 bye")
             else:
@@ -44,17 +44,20 @@ class _Session(socketserver.StreamRequestHandler):
         self.wfile.write(text.encode() + b"\r\n")
 
 
-class FaultyServer(socketserver.ThreadingTCPServer):
-    """fault: "451", "closes after DATA" (the mail is read whole), "slow" or "silent"; `mails` keeps what was read."""
+class MailServer(socketserver.ThreadingTCPServer):
+    """fault: "closes after DATA" (the mail is read whole) or "silent", which may also stand for another server.
+
+    `answers` says what a recipient gets by a part of its command, `mails` keeps what was read.
+    """
 
     allow_reuse_address = True
     daemon_threads = True
 
-    def __init__(self, fault, add_cleanup):
+    def __init__(self, add_cleanup, fault="", answers=None):
         super().__init__(("127.0.0.1", 0), _Session)
-        self.fault, self.mails, self.ending = fault, [], threading.Event()
+        self.fault, self.answers, self.mails, self.ending = fault, answers or {}, [], threading.Event()
         self.port = self.server_address[1]
-        threading.Thread(target=self.serve_forever, daemon=True).start()
+        threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
         add_cleanup(self.end)
 
     def end(self):

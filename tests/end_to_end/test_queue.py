@@ -1,64 +1,26 @@
-"""The queue commands against a mail server of our own: what goes, what stays, and what administrators see of it.
-"""
+"""The queue commands against a mail server of our own: what goes, what stays, and what administrators see of it."""
 
-import os
 import re
-import shutil
-import socketserver
-import subprocess
-import tempfile
-import threading
 import unittest
-from pathlib import Path
 
-COMMAND = os.environ["SPAMREPORT"]
-
-
-class Session(socketserver.StreamRequestHandler):
-    """Answers RCPT as the server's `answers` say, by a part of the address."""
-
-    def reply(self, line):
-        self.wfile.write(line.encode() + b"\r\n")
-
-    def handle(self):
-        self.reply("220 test")
-        while line := self.rfile.readline().decode():
-            verb = line[:4].upper()
-            if verb == "RCPT":
-                self.reply(next((reply for part, reply in self.server.answers.items() if part in line), "250 ok"))
-            elif verb == "DATA":
-                self.reply("354 go on")
-                while self.rfile.readline() not in (b".\r\n", b""):
-                    pass
-                self.server.taken += 1
-                self.reply("250 taken")
-            else:
-                self.reply("250 test")
+from host import Host
+from mail_server import MailServer
 
 
 class QueueTest(unittest.TestCase):
     def setUp(self):
-        self.root = Path(tempfile.mkdtemp(prefix="velmar-queue-"))
-        self.addCleanup(shutil.rmtree, self.root)
-        self.server = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Session)
-        self.server.daemon_threads = True
-        self.addCleanup(self.server.server_close)
-        self.server.answers, self.server.taken = {}, 0
-        threading.Thread(target=self.server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
-        self.addCleanup(self.server.shutdown)
-        self.on_host("demo", self.root, root=False)
+        self.host = Host(self.addCleanup)
+        self.server = MailServer(self.addCleanup)
+        self.toml = self.host.root / "etc/velmar/host.toml"
+        self.original = self.toml.read_text()
 
-    def on_host(self, *arguments, want=0, root=True):
-        done = subprocess.run([COMMAND, *arguments, *(["--root", self.root] if root else [])], capture_output=True,
-                              timeout=120, text=True)
-        self.assertEqual(done.returncode, want, done.stdout + done.stderr)
+    def on_host(self, *arguments, want=0):
+        done = self.host.command(*arguments, "--root", self.host.root, want=want)
         return done.stdout + done.stderr
 
     def configure(self, **keys):
-        path = self.root / "etc/velmar/host.toml"
-        text = re.sub(r"(?m)^\[queue\]\n([a-z_]+ = .*\n)*", "", path.read_text())
-        keys = {"kind": '"smtp"', "url": '"smtp://127.0.0.1:%d"' % self.server.server_address[1], **keys}
-        path.write_text(text + "[queue]\n" + "".join("%s = %s\n" % key for key in keys.items()))
+        keys = {"kind": '"smtp"', "url": '"smtp://127.0.0.1:%d"' % self.server.port, **keys}
+        self.toml.write_text(self.original + "\n[queue]\n" + "".join("%s = %s\n" % key for key in keys.items()))
 
     def report(self, *names, want=0):
         addresses = ",".join(name + "@example.org" for name in names)
@@ -71,7 +33,7 @@ class QueueTest(unittest.TestCase):
         self.assertRegex(self.on_host("check", want=1), r"(?m)^BAD   spool  .* MiB are free, 2147483647 MiB must")
         self.configure(kind='"spool"')
         self.report("anna", "boris", "chiyo")
-        damaged = self.root / "var/spool/velmar/new/20200101000000-1-1-00"
+        damaged = self.host.root / "var/spool/velmar/new/20200101000000-1-1-00"
         damaged.write_bytes(b"\x00\x1b[2J")
         self.assertIn("Nothing is handed on", self.on_host("queue", "flush"))
         self.configure()
@@ -82,11 +44,14 @@ class QueueTest(unittest.TestCase):
         self.assertRegex(out, r"(?s)^UNREADABLE  20200101.*\n1 handed on, 1 delayed, 1 failed, 1 unreadable\n$")
         out = self.on_host("queue", "list")
         self.assertRegex(out, r"(?m) waiting +\d+ s +1 +in [45] min .* boris@example.org +450 4.2.0 full$")
-        chiyo, = re.findall(r"(?m)^(\S+) +FAILED +\d+ s +1 +- .* chiyo@example.org +550 5.1.1 unknown$", out)
-        self.assertIn("chiyo@example.org", self.on_host("queue", "show", chiyo))
+        failed = r"(?m)^(\S+) +FAILED +\d+ s +1 +- +(\d+) .* chiyo@example.org +550 5.1.1 unknown$"
+        (chiyo, size), = re.findall(failed, out)
+        self.assertEqual(len(self.on_host("queue", "show", chiyo).encode()), int(size))
+        for identifier in ["20000101000000-1-1-0", "../" + chiyo]:
+            self.assertIn(identifier, self.on_host("queue", "show", identifier, want=1))
         out = self.on_host("check", want=1)
         self.assertRegex(out, r"(?m)^BAD   spool +.*%s.*\n +to mend it: " % damaged.name)
-        self.assertRegex(out, r"(?m)^good  mail server +smtp://127.0.0.1:\d+ offers no extensions$")
+        self.assertRegex(out, r"(?m)^good  mail server +smtp://127.0.0.1:\d+ offers PIPELINING$")
         self.assertIn(damaged.name, self.on_host("queue", "retry", "--all", want=1))
         self.assertRegex(self.on_host("queue", "drop", damaged.name, "-v"), r'mail-dropped ".*" id="%s" ' % damaged.name)
         self.assertIn(damaged.name, self.on_host("queue", "drop", damaged.name, want=1))
@@ -100,7 +65,7 @@ class QueueTest(unittest.TestCase):
         self.server.answers = {}
         self.assertRegex(self.on_host("queue", "flush", want=1), r"^0 handed on, 2 held back\n")
         self.assertEqual(self.on_host("queue", "flush", "--now"), "2 handed on\n")
-        self.assertEqual(self.server.taken, 3)
+        self.assertEqual(len(self.server.mails), 3)
         for arguments in (["retry"], ["retry", "x", "--all"], ["drop"]):
             self.on_host("queue", *arguments, want=2)
 
@@ -111,7 +76,3 @@ class QueueTest(unittest.TestCase):
         self.assertNotIn("queue:", self.report("emil"))  # nothing held
         self.configure(url='"smtp://127.0.0.1:1"')
         self.assertIn("\nqueue: 0 handed on, 1 delayed (spamreport queue list says why)\n", self.report("boris"))
-
-
-if __name__ == "__main__":
-    unittest.main()
