@@ -28,6 +28,10 @@ constexpr UChar32 kJoiner = 0x200D;
 constexpr UChar32 kZeroWidthSpace = 0x200B;
 
 bool isAscii(UChar32 c) { return c < 0x80; }
+bool isLetterOrDigit(UChar32 c) {
+  if (!isAscii(c)) return u_isalnum(c);
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
 bool isMark(UChar32 c) { return !isAscii(c) && (U_GET_GC_MASK(c) & U_GC_M_MASK) != 0; }
 bool isVariation(UChar32 c) { return c >= 0xFE00 && c <= 0xFE0F; }
 
@@ -148,7 +152,7 @@ class LinkBreaker {
     return i;
   }
 
-  bool isWordAt(std::size_t i) const { return i < text_.size() && u_isalnum(at(i)); }
+  bool isWordAt(std::size_t i) const { return i < text_.size() && isLetterOrDigit(at(i)); }
 
   /// A dot between two words; in plain text one before two letters at least, so that "2.0" stays as it is.
   bool isDotOfName(std::size_t i) const {
@@ -156,9 +160,14 @@ class LinkBreaker {
     return links_ == LinkBreak::kHidden || (u_isalpha(at(i + 1)) && isWordAt(next(i + 1)));
   }
 
-  bool isScheme(std::size_t i) const { return text_.substr(i, 3) == u"://"; }
+  bool isScheme(std::size_t i) const { return text_[i] == ':' && text_.substr(i, 3) == u"://"; }
 
   void put(UChar32 c) {
+    if (isAscii(c)) {
+      out_ += static_cast<char>(c);
+      bytes_ += bytesOf(c, links_);
+      return;
+    }
     char utf8[U8_MAX_LENGTH];
     std::size_t length = 0;
     U8_APPEND_UNSAFE(utf8, length, c);
@@ -169,7 +178,7 @@ class LinkBreaker {
   void add(std::size_t i) {
     const UChar32 c = at(i);
     const bool hidden = links_ == LinkBreak::kHidden;
-    run_ = u_isalnum(c) ? run_ + 1 : 0;
+    run_ = isLetterOrDigit(c) ? run_ + 1 : 0;
     if (hidden && (c == '@' || run_ > kLongWord)) {
       put(kZeroWidthSpace);
       run_ = 1;
