@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -14,10 +15,35 @@ namespace Bench {
 
 inline constexpr long kNow = 1700000000;
 
+inline constexpr char kAddress[] = "bench@example.org";
+
+/// Both kinds of actions, nothing logged.
+inline constexpr char kConfiguration[] =
+    "[global]\nhost_name = \"mail.example.org\"\nlocal_domain = \"example.org\"\n"
+    "[antispam]\nrelease_account = \"release\"\ndelete_account = \"delete\"\n"
+    "[[domain]]\nname = \"example.org\"\n"
+    "[[recipient_policy]]\naddress = \"*@example.org\"\nantispam_profile = 1\n"
+    "[[antispam_profile]]\nnumber = 1\nquarantine_report = true\nemail_release = true\nweb_release = true\n"
+    "[log]\nstderr = false\n";
+
+/// A host without mailboxes.
+inline void setUpHost(const std::filesystem::path& root) {
+  std::filesystem::create_directories(root / "etc/velmar");
+  std::ofstream(root / "etc/velmar/host.toml") << kConfiguration;
+  std::filesystem::remove_all(root / "home");
+}
+
 inline double seconds(const std::function<void()>& work) {
   const auto start = std::chrono::steady_clock::now();
   work();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// Processor time of this process: for work without waiting, whatever else the machine does.
+inline double processorSeconds(const std::function<void()>& work) {
+  const std::clock_t start = std::clock();
+  work();
+  return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
 inline double median(std::vector<double> values) {

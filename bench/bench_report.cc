@@ -20,21 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kRuns = 7;
-constexpr char kAddress[] = "bench@example.org";
-constexpr char kConfiguration[] =
-    "[global]\nhost_name = \"mail.example.org\"\nlocal_domain = \"example.org\"\n"
-    "[antispam]\nrelease_account = \"release\"\ndelete_account = \"delete\"\n"
-    "[[domain]]\nname = \"example.org\"\n"
-    "[[recipient_policy]]\naddress = \"*@example.org\"\nantispam_profile = 1\n"
-    "[[antispam_profile]]\nnumber = 1\nquarantine_report = true\nemail_release = true\nweb_release = true\n"
-    "[log]\nstderr = false\n";
-
-void setUp(const fs::path& root, int count) {
-  fs::create_directories(root / "etc/velmar");
-  std::ofstream(root / "etc/velmar/host.toml") << kConfiguration;
-  fs::remove_all(root / "home");
-  Bench::makeMaildir(root / "home/example.org/bench~example.org/quarantine", count);
-}
 
 std::size_t newestMailSize(const fs::path& spool) {
   std::size_t size = 0;
@@ -62,7 +47,8 @@ void floorRun(const fs::path& cur, const fs::path& out, std::size_t mailSize) {
 }
 
 void compare(const fs::path& root, int count) {
-  setUp(root, count);
+  Bench::setUpHost(root);
+  Bench::makeMaildir(root / "home/example.org/bench~example.org/quarantine", count);
   const fs::path spool = root / "var/spool/velmar/new";
   std::vector<double> floorTimes;
   std::vector<double> reportTimes;
@@ -70,7 +56,7 @@ void compare(const fs::path& root, int count) {
     fs::remove_all(spool);
     fs::create_directories(spool);
     const double report = Bench::seconds([&] {
-      if (vlm_spamreport_report_byrcpt("example.org", kAddress, count + 1, Bench::kNow) != 0) std::exit(1);
+      if (vlm_spamreport_report_byrcpt("example.org", Bench::kAddress, count + 1, Bench::kNow) != 0) std::exit(1);
     });
     const std::size_t mailSize = newestMailSize(spool);
     const double floor =

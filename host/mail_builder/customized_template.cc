@@ -7,8 +7,6 @@
 
 #include "host/mail_builder/customized_template.h"
 
-#include <ctemplate/template_dictionary.h>
-
 #include <charconv>
 #include <string_view>
 #include <utility>
@@ -20,6 +18,7 @@
 #include "host/common/preview.h"
 #include "host/mail_builder/header_encoding.h"
 #include "host/mail_builder/inert_text.h"
+#include "host/mail_builder/report_values.h"
 #include "host/mail_builder/template_store.h"
 #include "host/mail_builder/text_wrap.h"
 #include "host/mail_builder/utf8.h"
@@ -63,8 +62,10 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
  public:
   CustomizedTemplate(std::shared_ptr<const ReportTemplate> parsed, const HostValues& host)
       : parsed_(std::move(parsed)) {
-    values_.SetValue("MAILBOX_ADDRESS", host.mailbox);
-    values_.SetValue("SITE_NAME", host.site);
+    values_.set("MAILBOX_ADDRESS", host.mailbox);
+    values_.set("SITE_NAME", host.site);
+    values_.set("BI_SPACE", " ");  // of ctemplate's own dictionary
+    values_.set("BI_NEWLINE", "\n");
   }
 
   bool good() const override { return parsed_->error().empty(); }
@@ -72,7 +73,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   void fallon(const QRLStaticCharSetFallbacks* fallbacks) override { fallbacks_ = fallbacks; }
 
   void beginSection(const std::string& name) override {
-    open_.push_back(open_.back()->AddSectionDictionary(name));
+    open_.push_back(&open_.back()->addSection(name));
     if (name == "QUARANTINE_MESSAGES_TABLE") set("ROW_NUMBER", std::to_string(++rows_));
   }
 
@@ -85,7 +86,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   }
 
   int set(const std::string& name, const std::string& value) override {
-    open_.back()->SetValue(name, value);
+    open_.back()->set(name, value);
     if (name == "QUARANTINE_MESSAGES_COUNT") showCountSection(value);
     if (name == "QUARANTINE_PERIOD_FROM") zoneOfBegin_ = zoneOfTimeInWords();
     if (name == "QUARANTINE_PERIOD_TO") setTimeZone();
@@ -101,7 +102,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   int subject(const std::string& raw, const std::string& name) override {
     const std::string text = decoded(raw);
     setHeldText(name, text);
-    if (name == "ORIG_SUBJECT" && showsNothing(text)) open_.back()->ShowSection("NO_SUBJECT");
+    if (name == "ORIG_SUBJECT" && showsNothing(text)) open_.back()->showSection("NO_SUBJECT");
     return 0;
   }
 
@@ -136,7 +137,7 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   }
 
   void setHeldText(const std::string& name, const std::string& text) {
-    open_.back()->SetValue(name, shortened(text, kMaxHeldText));
+    open_.back()->set(name, shortened(text, kMaxHeldText));
   }
 
   /// The sender as name and address, so that a name which looks like an address does not pass for one. The address is
@@ -148,26 +149,26 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
     const bool named = !showsNothing(name);
     if (named) {
       setHeldText("SENDER_NAME", name);
-      open_.back()->ShowSection("WITH_SENDER_NAME");
+      open_.back()->showSection("WITH_SENDER_NAME");
     }
     if (!address.empty()) {
       setHeldText("SENDER_ADDRESS", address);
-      open_.back()->ShowSection("WITH_SENDER_ADDRESS");
+      open_.back()->showSection("WITH_SENDER_ADDRESS");
     }
-    if (!named && address.empty()) open_.back()->ShowSection("NO_SENDER");
+    if (!named && address.empty()) open_.back()->showSection("NO_SENDER");
   }
 
   void showCountSection(const std::string& count) {
     std::int32_t number = 0;
     std::from_chars(count.data(), count.data() + count.size(), number);
-    if (good()) values_.ShowSection(parsed_->countSection(number));
+    if (good()) values_.showSection(parsed_->countSection(number));
   }
 
   /// The zone of the period; both, when the clock was changed within it.
   void setTimeZone() {
     const std::string zone = zoneOfTimeInWords();
     const bool changed = !zoneOfBegin_.empty() && zoneOfBegin_ != zone;
-    values_.SetValue("TIME_ZONE", changed ? zoneOfBegin_ + " / " + zone : zone);
+    values_.set("TIME_ZONE", changed ? zoneOfBegin_ + " / " + zone : zone);
   }
 
   std::string headerText(TemplatePiece piece) const {
@@ -183,8 +184,8 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
 
   std::shared_ptr<const ReportTemplate> parsed_;
   const QRLStaticCharSetFallbacks* fallbacks_ = nullptr;
-  ctemplate::TemplateDictionary values_{"report"};
-  std::vector<ctemplate::TemplateDictionary*> open_{&values_};  // innermost last; owned by values_
+  ReportValues values_;
+  std::vector<ReportValues*> open_{&values_};  // innermost last; owned by values_
   std::string zoneOfBegin_;
   unsigned rows_ = 0;
 };

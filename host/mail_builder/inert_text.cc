@@ -6,9 +6,13 @@
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "platform/types.h"
 
@@ -17,14 +21,18 @@ namespace {
 
 constexpr int kMaxMarks = 4;          // the most that a living script puts on one letter
 constexpr std::size_t kMaxBytes = 2;  // a character, on average
-constexpr std::size_t kEllipsisBytes = 3;
+constexpr std::string_view kEllipsis = "\xE2\x80\xA6";
 constexpr int kLongWord = 30;
 constexpr UChar32 kNonJoiner = 0x200C;
 constexpr UChar32 kJoiner = 0x200D;
 constexpr UChar32 kZeroWidthSpace = 0x200B;
-constexpr UChar32 kEllipsis = 0x2026;
 
-bool isMark(UChar32 c) { return (U_GET_GC_MASK(c) & U_GC_M_MASK) != 0; }
+bool isAscii(UChar32 c) { return c < 0x80; }
+bool isLetterOrDigit(UChar32 c) {
+  if (!isAscii(c)) return u_isalnum(c);
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+bool isMark(UChar32 c) { return !isAscii(c) && (U_GET_GC_MASK(c) & U_GC_M_MASK) != 0; }
 bool isVariation(UChar32 c) { return c >= 0xFE00 && c <= 0xFE0F; }
 
 /// Whether a joiner after `before` changes how the text is read: in emoji, after Indic and in Arabic letters.
@@ -38,13 +46,16 @@ bool takesJoiner(UChar32 before) {
 /// Takes over one code point after another, those that hide or pile up excepted.
 class VisibleText {
  public:
+  explicit VisibleText(std::size_t bytes) { text_.reserve(bytes); }
+
   void add(UChar32 c) {
-    if (!isKept(c)) return;
+    if (!isAscii(c) && !isKept(c)) return;
     marks_ = isMark(c) ? marks_ + 1 : 0;
     last_ = c;
-    text_.append(c);
+    if (U_IS_SUPPLEMENTARY(c)) text_ += static_cast<char16_t>(U16_LEAD(c));
+    text_ += static_cast<char16_t>(U_IS_SUPPLEMENTARY(c) ? U16_TRAIL(c) : c);
   }
-  const icu::UnicodeString& text() const { return text_; }
+  const std::u16string& text() const { return text_; }
 
  private:
   bool isKept(UChar32 c) const {
@@ -54,7 +65,7 @@ class VisibleText {
     return !isMark(c) || (last_ != 0 && marks_ < kMaxMarks);
   }
 
-  icu::UnicodeString text_;
+  std::u16string text_;
   UChar32 last_ = 0;
   int marks_ = 0;
 };
@@ -74,6 +85,27 @@ icu::BreakIterator& characterBreaker() {
   return *kBreaker;
 }
 
+/// Where what readers see as characters end.
+class Characters {
+ public:
+  explicit Characters(std::u16string_view text)
+      : text_(text), alias_(false, text.data(), static_cast<std::int32_t>(text.size())) {}
+
+  /// The end of the one that begins at `from`.
+  std::size_t endOf(std::size_t from) {
+    const std::size_t next = from + 1;
+    if (next == text_.size() || (isAscii(text_[from]) && isAscii(text_[next]))) return next;
+    if (!begun_) characterBreaker().setText(alias_);
+    begun_ = true;
+    return static_cast<std::size_t>(characterBreaker().following(static_cast<std::int32_t>(from)));
+  }
+
+ private:
+  std::u16string_view text_;
+  icu::UnicodeString alias_;
+  bool begun_ = false;
+};
+
 /// The bytes that a code point takes in UTF-8; on a page those of its escape.
 std::size_t bytesOf(UChar32 c, LinkBreak links) {
   if (links == LinkBreak::kHidden) {
@@ -88,14 +120,14 @@ std::size_t bytesOf(UChar32 c, LinkBreak links) {
 /// a page very long words too.
 class LinkBreaker {
  public:
-  LinkBreaker(const icu::UnicodeString& text, LinkBreak links) : text_(text), links_(links) {}
+  LinkBreaker(std::u16string_view text, LinkBreak links) : text_(text), links_(links) {}
 
-  void add(int32_t from, int32_t to) {
-    for (int32_t i = from; i < to; i = text_.moveIndex32(i, 1)) add(i);
+  void add(std::size_t from, std::size_t to) {
+    for (std::size_t i = from; i < to; i = next(i)) add(i);
   }
 
-  /// What was taken over, and how long that is on the page or in the text.
-  icu::UnicodeString& text() { return out_; }
+  /// What was taken over, in UTF-8, and how long that is where it lands.
+  std::string& text() { return out_; }
   std::size_t bytes() const { return bytes_; }
 
  private:
@@ -104,25 +136,49 @@ class LinkBreaker {
     return c == '.' || c == 0xFF0E || (links_ == LinkBreak::kHidden && (c == 0x3002 || c == 0xFF61));
   }
 
-  bool isWordAt(int32_t i) const { return i >= 0 && i < text_.length() && u_isalnum(text_.char32At(i)); }
-
-  /// A dot between two words; in plain text one before two letters at least, so that "2.0" stays as it is.
-  bool isDotOfName(int32_t i) const {
-    if (i == 0 || !isWordAt(text_.moveIndex32(i, -1)) || !isWordAt(i + 1)) return false;
-    return links_ == LinkBreak::kHidden || (u_isalpha(text_.char32At(i + 1)) && isWordAt(text_.moveIndex32(i + 1, 1)));
+  UChar32 at(std::size_t i) const {
+    UChar32 c = 0;
+    U16_GET(text_.data(), std::size_t{0}, i, text_.size(), c);
+    return c;
   }
 
-  bool isScheme(int32_t i) const { return text_.compare(i, 3, u"://") == 0; }
+  std::size_t next(std::size_t i) const {
+    U16_FWD_1(text_.data(), i, text_.size());
+    return i;
+  }
+
+  std::size_t previous(std::size_t i) const {
+    U16_BACK_1(text_.data(), std::size_t{0}, i);
+    return i;
+  }
+
+  bool isWordAt(std::size_t i) const { return i < text_.size() && isLetterOrDigit(at(i)); }
+
+  /// A dot between two words; in plain text one before two letters at least, so that "2.0" stays as it is.
+  bool isDotOfName(std::size_t i) const {
+    if (i == 0 || !isWordAt(previous(i)) || !isWordAt(i + 1)) return false;
+    return links_ == LinkBreak::kHidden || (u_isalpha(at(i + 1)) && isWordAt(next(i + 1)));
+  }
+
+  bool isScheme(std::size_t i) const { return text_[i] == ':' && text_.substr(i, 3) == u"://"; }
 
   void put(UChar32 c) {
-    out_.append(c);
+    if (isAscii(c)) {
+      out_ += static_cast<char>(c);
+      bytes_ += bytesOf(c, links_);
+      return;
+    }
+    char utf8[U8_MAX_LENGTH];
+    std::size_t length = 0;
+    U8_APPEND_UNSAFE(utf8, length, c);
+    out_.append(utf8, length);
     bytes_ += bytesOf(c, links_);
   }
 
-  void add(int32_t i) {
-    const UChar32 c = text_.char32At(i);
+  void add(std::size_t i) {
+    const UChar32 c = at(i);
     const bool hidden = links_ == LinkBreak::kHidden;
-    run_ = u_isalnum(c) ? run_ + 1 : 0;
+    run_ = isLetterOrDigit(c) ? run_ + 1 : 0;
     if (hidden && (c == '@' || run_ > kLongWord)) {
       put(kZeroWidthSpace);
       run_ = 1;
@@ -133,57 +189,56 @@ class LinkBreaker {
     if (broken) put(hidden ? kZeroWidthSpace : ']');
   }
 
-  const icu::UnicodeString& text_;
+  std::u16string_view text_;
   LinkBreak links_;
-  icu::UnicodeString out_;
+  std::string out_;
   std::size_t bytes_ = 0;
   int run_ = 0;  ///< letters without a place for a break
 };
 
 /// The text with its links broken, as far as its characters and their bytes are within bounds.
-icu::UnicodeString shown(const icu::UnicodeString& text, std::size_t characters, LinkBreak links) {
+std::string shown(std::u16string_view text, std::size_t characters, LinkBreak links) {
   const std::size_t bytes = characters * kMaxBytes;
-  icu::BreakIterator& breaker = characterBreaker();
-  breaker.setText(text);
+  Characters readers(text);
   LinkBreaker taken(text, links);
-  int32_t kept = 0;  // of the text taken over, with room for an ellipsis
+  std::size_t kept = 0;  // of the text taken over, with room for an ellipsis
   std::size_t seen = 0;
-  for (int32_t from = 0, to = 0; (to = breaker.next()) != icu::BreakIterator::DONE; from = to) {
+  for (std::size_t from = 0, to = 0; from < text.size(); from = to) {
+    to = readers.endOf(from);
     taken.add(from, to);
     if (++seen > characters || taken.bytes() > bytes) {
-      taken.text().truncate(kept);
+      taken.text().resize(kept);
       return taken.text().append(kEllipsis);
     }
-    if (seen < characters && taken.bytes() + kEllipsisBytes <= bytes) kept = taken.text().length();
+    if (seen < characters && taken.bytes() + kEllipsis.size() <= bytes) kept = taken.text().size();
   }
-  return taken.text();
+  return std::move(taken.text());
 }
 
 VisibleText visibleText(std::string_view text) {
-  VisibleText visible;
-  const auto all = icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
-  for (int32_t i = 0; i < all.length(); i = all.moveIndex32(i, 1)) visible.add(all.char32At(i));
+  VisibleText visible(text.size());
+  const auto* utf8 = reinterpret_cast<const std::uint8_t*>(text.data());
+  for (std::size_t i = 0; i < text.size();) {
+    UChar32 c = 0;
+    U8_NEXT_OR_FFFD(utf8, i, text.size(), c);
+    visible.add(c);
+  }
   return visible;
 }
 
 }  // namespace
 
 bool showsNothing(std::string_view text) {
-  constexpr UChar32 kBrailleBlank = 0x2800;
+  constexpr char16_t kBrailleBlank = 0x2800;
   if (std::any_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; })) return false;  // nearly always
   const VisibleText visible = visibleText(text);
-  const icu::UnicodeString& left = visible.text();
-  for (int32_t i = 0; i < left.length(); i = left.moveIndex32(i, 1)) {
-    const UChar32 c = left.char32At(i);
-    if (!u_isUWhiteSpace(c) && c != kBrailleBlank) return false;
-  }
-  return true;
+  return std::all_of(visible.text().begin(), visible.text().end(),
+                     [](char16_t c) { return u_isUWhiteSpace(c) || c == kBrailleBlank; });
 }
 
 std::string inertText(std::string_view text, std::size_t characters, LinkBreak links) {
   const VisibleText visible = visibleText(text);
-  std::string utf8;
-  return shown(visible.text(), std::max<std::size_t>(characters, 1), links).toUTF8String(utf8);
+  return shown(visible.text(), std::max<std::size_t>(characters, 1), links);
 }
 
 }  // namespace Velmar::Host

@@ -4,6 +4,7 @@
 #include "host/mail_builder/quoted_printable.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Velmar::Host {
 namespace {
@@ -12,7 +13,16 @@ constexpr std::size_t kRoom = 75;  // characters before the "=" of a soft line b
 constexpr std::string_view kSoftBreak = "=\r\n";
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
-bool isLiteral(char c) { return (c >= ' ' && c <= '~' && c != '=') || c == '\t'; }
+
+constexpr std::array<bool, 256> literals() {
+  std::array<bool, 256> table{};
+  for (std::size_t c = ' '; c <= '~'; ++c) table[c] = c != '=';
+  table['\t'] = true;
+  return table;
+}
+constexpr std::array<bool, 256> kLiterals = literals();
+
+bool isLiteral(char c) { return kLiterals[static_cast<unsigned char>(c)]; }
 
 /// Appends the octets of one line.
 class LineEncoder {

@@ -43,8 +43,13 @@ std::size_t columnsOf(UChar32 c) {
   return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
 }
 
+bool isAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return isAscii(c); });
+}
+
 /// Never more than the text has bytes.
 std::size_t columnsOf(std::string_view text) {
+  if (isAscii(text)) return text.size();
   std::size_t columns = 0;
   for (std::size_t i = 0; i < text.size();) {
     const Character c = characterAt(text, i);
@@ -163,7 +168,7 @@ void wrapLine(std::string_view line, std::size_t columns, std::string& out) {
     return;
   }
   Wrapping wrapping(line, columns, out);
-  std::all_of(line.begin(), line.end(), isAscii) ? wrapAscii(line, wrapping) : wrapByIcu(line, wrapping);
+  isAscii(line) ? wrapAscii(line, wrapping) : wrapByIcu(line, wrapping);
   wrapping.end();
 }
 

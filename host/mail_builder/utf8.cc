@@ -32,6 +32,7 @@ void forEachCharacter(std::string_view text, Visit visit) {
 /// lines  LF and tab are kept
 std::string cleaned(std::string_view bytes, bool lines) {
   const auto isPlain = [lines](char c) { return (c >= 0x20 && c < 0x7f) || (lines && (c == '\n' || c == '\t')); };
+  if (std::all_of(bytes.begin(), bytes.end(), isPlain)) return std::string(bytes);
   std::string text;
   text.reserve(bytes.size());
   while (!bytes.empty()) {
