@@ -164,6 +164,11 @@ VLM_EXPORT void checkSpoolRoom();
 /// what it offers; "" when mails stay in the spool. Throws Exception with the reason.
 VLM_EXPORT std::string checkMailServer();
 
+/// The tag of the language that a report template is written in, as its header.tpl says: "de", "pt-BR". Where there is
+/// no usable template of that name it is that of the system's default, which a report falls back to, or "en".
+/// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
+VLM_EXPORT std::string templateLanguage(const std::string& name, const std::string& domain);
+
 /// What keeps a report template from being used, with file and line where there is one; "" when nothing does.
 /// name, domain  as for VXCustomizedEmailTemplate::create. Throws Exception when it could not look.
 VLM_EXPORT std::string templateFault(const std::string& name, const std::string& domain);
@@ -270,6 +275,9 @@ VLM_EXPORT bool isKnownLanguage(const std::string& code);
 /// The name of a language in English, and in its own words where these differ: "German, Deutsch". An unknown code stays
 /// as it is.
 VLM_EXPORT std::string languageName(const std::string& code);
+
+/// The language that a user has chosen; "" = none. Throws Exception when it could not look.
+VLM_EXPORT std::string preferredLanguage(const std::string& address);
 
 /// Sets the preferred language of a user; "" removes the preference. Throws Exception.
 VLM_EXPORT void setPreferredLanguage(const std::string& address, const std::string& language);

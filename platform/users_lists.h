@@ -36,7 +36,8 @@ VLM_EXPORT int mail_list_delete_from(const char* owner, const char* list, const 
 VLM_EXPORT void mail_list_free_names(mail_list_names* names) noexcept;
 
 /// The language that the user of a bare address prefers, as a code like "de" or "pt-BR", NUL-terminated into `buffer`
-/// of `size` bytes. Returns 0 when there is one; non-zero when the user has no preference (buffer untouched).
+/// of `size` bytes. Returns 0 when there is one; non-zero when the user has no preference (buffer untouched). A
+/// platform may answer for users without one what their site has chosen.
 /// Throws Exception when it could not look, or when the code does not fit.
 VLM_EXPORT int get_user_pref_lang(const char* address, char* buffer, int size);
 

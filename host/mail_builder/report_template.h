@@ -45,6 +45,9 @@ class ReportTemplate {
   /// "" when the template is usable, else the first fault: "FILE:LINE: REASON", or "FILE: REASON" of a whole file.
   const std::string& error() const noexcept { return error_; }
 
+  /// The tag of its language, English when it names none.
+  const std::string& language() const noexcept { return language_; }
+
   /// Columns at which lines of the text body are broken; 0 = they are left as they are.
   std::size_t wrap() const noexcept { return wrap_; }
 

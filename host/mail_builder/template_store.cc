@@ -176,6 +176,12 @@ std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& direct
   return entry.parsed;
 }
 
+std::string templateLanguage(const std::string& name, const std::string& domain) {
+  auto found = findReportTemplate(name, domain);
+  if (!found || !found->error().empty()) found = findReportTemplate("default", "");
+  return found ? found->language() : "en";
+}
+
 std::string templateFault(const std::string& name, const std::string& domain) {
   const auto found = findReportTemplate(name, domain);
   if (found) return found->error();

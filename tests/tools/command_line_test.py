@@ -363,9 +363,13 @@ class HostTest(unittest.TestCase):
         self.on_host("lists", "remove", owner, "primaryaddr", "b@example.org")
         self.assertIn("b@example.org", self.on_host("lists", "remove", owner, "primaryaddr", "b@example.org", want=1))
         self.assertEqual(self.on_host("lists", "show", owner), "notes  x\\xe2\\x80\\xaey\\xc2\\x85z\n")
-        for code, want in [("pt-BR", "pt-BR"), ("none", "none (reports use English)")]:
+        for code, want in [("pt-BR", "pt-BR"), ("none", "none (reports use en, as their template)")]:
             self.on_host("prefs", "set", owner, "language", code)
             self.assertEqual(self.on_host("prefs", "show", owner), "language  %s\n" % want)
+        self.host.configure('template = "default"', 'template = "default-de"')
+        self.assertIn("none (reports use de, ", self.on_host("prefs", "show", owner))
+        self.assertRegex(self.on_host("preview", "anna@example.org", "--period", "864000", "--output", self.directory / "p")
+                         and (self.directory / "p/report.txt").read_text(), r"\d\d\.\d\d\.20\d\d, \d\d:\d\d bis ")
         for code in ["xx", "deutsch!", "zzz-DE"]:
             self.assertIn(code, self.on_host("prefs", "set", owner, "language", code, want=2))
 

@@ -33,9 +33,11 @@ void checkLanguage(const std::string& code) {
 
 int showPreferences(const std::string& address) {
   mailboxAddress(address);
-  std::array<char, 255> language{};
-  const bool chosen = get_user_pref_lang(address.c_str(), language.data(), static_cast<int>(language.size())) == 0;
-  std::cout << alignedTable({{"language", chosen ? language.data() : "none (reports use English)"}});
+  const std::string chosen = Host::preferredLanguage(address);
+  std::array<char, 255> other{"en"};
+  if (chosen.empty()) get_user_pref_lang(address.c_str(), other.data(), static_cast<int>(other.size()));
+  const std::string none = "none (reports use " + std::string(other.data()) + ", as their template)";
+  std::cout << alignedTable({{"language", chosen.empty() ? none : chosen}});
   return kGood;
 }
 

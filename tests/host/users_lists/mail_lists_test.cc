@@ -70,6 +70,8 @@ TEST_P(MailLists, WhatNoListMayHoldIsRefusedByName) {
 
 TEST_P(Preferences, LanguageIsReadAsItWasSet) {
   char buffer[36] = "untouched";
+  root.write("etc/velmar/host.toml",
+             "global.host_name = \"h.d\"\nantispam = {release_account = \"r\", delete_account = \"d\"}\n");
   EXPECT_NE(get_user_pref_lang("u@d", buffer, sizeof buffer), 0);
   EXPECT_STREQ(buffer, "untouched");
   const std::string longest(35, 'x');
