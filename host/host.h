@@ -226,6 +226,24 @@ VLM_EXPORT std::vector<TemplateRemark> shippedTemplateRemarks(const std::string&
 /// Looks at the secret that signs login links; makes it when there is none. Throws Exception with the reason.
 VLM_EXPORT void checkSecret();
 
+/// What an access value, the part of a login link that lets its bearer in, is good for.
+struct LoginAccess {
+  enum class State {
+    kGranted,
+    kExpired,    ///< issued by this installation, but its time is over
+    kNotIssued,  ///< made or changed by somebody else
+  };
+
+  State state = State::kNotIssued;
+  std::string address;  ///< the mailbox that it lets in to; "" unless granted
+};
+
+/// Looks at an access value as whoever resolves a login link gets it, its URL escapes undone. Whether the mailbox still
+/// exists, and whose it is by now, is the caller's question.
+/// now  seconds since the epoch; an access value ends at its expiry, not after it
+/// Throws Exception when the installation's secret is missing or cannot be read. Any thread.
+VLM_EXPORT LoginAccess checkLoginAccess(std::string_view value, long long now);
+
 /// Names of the configured domains, in the order of the configuration. Throws Exception when it cannot be read.
 VLM_EXPORT std::vector<std::string> configuredDomains();
 

@@ -133,6 +133,13 @@ constexpr std::array kEvents{
               "held messages that could not be read were left out",
               "{count:more held message/more held messages} of {path} left out as unreadable",
               kWarning},
+    EventInfo{0x90012,
+              "held-messages-share-identifier",
+              {"path", "name", "other"},
+              kNoFailure,
+              "two held messages cannot be told apart by actions",
+              "held messages {name} and {other} of {path} share one identifier",
+              kWarning},
 };
 
 constexpr bool ascending() {

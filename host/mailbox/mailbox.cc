@@ -7,11 +7,14 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <utility>
+#include <vector>
 
 #include "host/common/root.h"
 #include "host/mailbox/maildir.h"
 #include "host/mailbox/maildir_name.h"
 #include "host/mailbox/message_file.h"
+#include "host/mailbox/shared_identifier.h"
 #include "host/mailbox/unreadable.h"
 
 namespace Velmar {
@@ -95,14 +98,17 @@ class MaildirMailbox final : public VXMailboxBase {
     scan_.left = scope.limit();
     scan_.messages = maildir_.list(scan_.window);
     scan_.messages.sortByDelivery();
+    scan_.refused = scan_.messages.unexamined();
   }
 
   VXMessageRef next() override {
     while (scan_.left > 0 && scan_.position < scan_.messages.size()) {
-      VXMessageRef message = read(scan_.messages[scan_.position++]);
+      const ListedMessage& listed = scan_.messages[scan_.position++];
+      VXMessageRef message = read(listed);
       if (!message) continue;
       --scan_.left;
       scan_.anyRead = true;
+      scan_.namesRead.push_back(scan_.messages.name(listed));
       return message;
     }
     // Where every message was refused it is not the messages: "nothing held" would be a wrong answer.
@@ -111,6 +117,7 @@ class MaildirMailbox final : public VXMailboxBase {
       throw systemError(__LINE__, "cannot read any message in", refused.firstFolder(), refused.firstError());
     }
     scan_.refused.tell(path_);
+    tellSharedIdentifier(path_, std::exchange(scan_.namesRead, {}));
     return VXMessageRef();
   }
 
@@ -124,6 +131,7 @@ class MaildirMailbox final : public VXMailboxBase {
     int newListings = 0;
     bool anyRead = false;
     Unreadable refused;
+    std::vector<std::string_view> namesRead;  // within `messages`
   };
 
   // An empty handle for a message that has gone or cannot be read: it is skipped.

@@ -35,11 +35,18 @@ std::int64_t changeTime(int directory, const std::string& path) {
   return nanoseconds(status.st_mtim);
 }
 
-// The modification time of a regular file; nothing for what is none or has gone meanwhile.
-std::optional<std::int64_t> modificationTime(int folder, const char* name) {
+struct FileTime {
+  std::optional<std::int64_t> time;  // nothing for what is no regular file or has gone meanwhile
+  int error = 0;                     // of the system, when it refused to tell
+};
+
+FileTime modificationTime(int folder, const char* name) {
   struct stat status {};
-  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  return status.st_mtime;
+  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return {std::nullopt, errno == ENOENT || errno == ESTALE ? 0 : errno};
+  }
+  if (!S_ISREG(status.st_mode)) return {};
+  return {status.st_mtime};
 }
 
 bool mayBeMessage(const dirent& entry) {
@@ -52,6 +59,10 @@ void Listing::add(std::int64_t time, std::string_view name, MaildirFolder folder
   messages_.push_back({time, names_.size(), static_cast<std::uint16_t>(name.size()),
                        static_cast<std::uint16_t>(uniquePart(name).size()), folder, regular});
   names_.append(name).push_back('\0');
+}
+
+void Listing::addUnexamined(const std::string& folder, std::string_view name, int error) {
+  unexamined_.add(folder, name, error);
 }
 
 void Listing::dropDoubles() {
@@ -103,7 +114,11 @@ bool Maildir::listFolder(Folder& folder, const TimeWindow& window, Listing& foun
     if (!mayBeMessage(*entry)) continue;
     const std::string_view name = entry->d_name;
     std::optional<std::int64_t> time = deliveryTime(name);
-    if (!time) time = modificationTime(::dirfd(stream), entry->d_name);
+    if (!time) {
+      const FileTime file = modificationTime(::dirfd(stream), entry->d_name);
+      if (file.error != 0) found.addUnexamined(folder.path, name, file.error);
+      time = file.time;
+    }
     if (time && window.holds(*time)) found.add(*time, name, folder.kind, entry->d_type == DT_REG);
   }
   const std::int64_t after = changeTime(::dirfd(stream), folder.path);
@@ -116,6 +131,7 @@ Listing Maildir::list(const TimeWindow& window) {
   bool changed = true;
   for (int pass = 0; changed && pass < kMaxPasses; ++pass) {
     changed = false;
+    found.clearUnexamined();
     // new/ before cur/: messages wander that way, so one that wanders during the listing is seen at least once.
     for (Folder& folder : folders_) changed |= listFolder(folder, window, found);
   }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/mailbox/files.h"
+#include "host/mailbox/unreadable.h"
 
 namespace Velmar::Host {
 
@@ -38,6 +39,12 @@ class Listing {
   /// Adds a name as it was seen. The same message may be added again under another name.
   void add(std::int64_t time, std::string_view name, MaildirFolder folder, bool regular);
 
+  /// Adds a file whose time the system refused to tell: it may or may not belong to the window.
+  void addUnexamined(const std::string& folder, std::string_view name, int error);
+  /// Forgets these, before they are listed again.
+  void clearUnexamined() { unexamined_ = Unreadable(); }
+  const Unreadable& unexamined() const noexcept { return unexamined_; }
+
   /// Keeps one entry a message, the one added last, in the order of find().
   void dropDoubles();
   /// Puts the messages in the order of delivery, those of one second by name.
@@ -60,6 +67,7 @@ class Listing {
  private:
   std::vector<ListedMessage> messages_;
   std::string names_;  // each followed by a NUL
+  Unreadable unexamined_;
 };
 
 /// The folders new/ and cur/ of one Maildir. Used by one thread at a time.
@@ -70,8 +78,9 @@ class Maildir {
   Maildir(Descriptor directory, std::string path);
 
   /// The messages whose time lies in the window, without doubles (see Listing::dropDoubles). A message's time is the
-  /// one in its name, else the file's modification time. Names that begin with "." and what is known to be no regular
-  /// file are left out; a folder that is not there is empty.
+  /// one in its name, else the file's modification time; where the system refuses to tell that, see
+  /// Listing::unexamined(). Names that begin with "." and what is known to be no regular file are left out; a folder
+  /// that is not there is empty.
   ///
   /// Every message that nobody touches meanwhile is in the result. So that a message that is being renamed is not
   /// missed either, a Maildir that changes during the listing is listed twice. Throws Exception when a folder cannot be

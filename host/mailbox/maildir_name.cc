@@ -3,6 +3,7 @@
 
 #include "host/mailbox/maildir_name.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "platform/mailbox.h"
@@ -48,6 +49,10 @@ std::optional<std::int64_t> deliveryTime(std::string_view name) noexcept {
 }
 
 std::string_view uniquePart(std::string_view name) noexcept { return name.substr(0, name.rfind(kInfo)); }
+
+std::string_view identifyingPart(std::string_view name) noexcept {
+  return name.substr(0, std::min(name.find(','), name.find(kInfo.substr(0, 2))));
+}
 
 std::uint64_t messageMarks(std::string_view name) noexcept {
   const std::size_t info = name.rfind(kInfo);

@@ -24,6 +24,10 @@ std::optional<std::int64_t> deliveryTime(std::string_view name) noexcept;
 /// The part of the name that a message keeps for life: what stands before the last ":2,", else the whole name.
 std::string_view uniquePart(std::string_view name) noexcept;
 
+/// By what an action finds its message: what stands before the first "," or ":2". No two messages of a quarantine may
+/// have it in common, or an action on one of them reaches the other.
+std::string_view identifyingPart(std::string_view name) noexcept;
+
 /// The marks in FLAGS: T = deleted, P (passed on) = released, and those of MessageMark. Unknown letters are ignored.
 std::uint64_t messageMarks(std::string_view name) noexcept;
 

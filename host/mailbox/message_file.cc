@@ -82,7 +82,8 @@ OpenedMessage MessageOpener::open(int folder, const char* name, bool regular, co
   }
   // EBADF: the folder itself has gone.
   const bool gone = error == ENOENT || error == ESTALE || error == EBADF;
-  return {Descriptor(), gone, gone || error == ELOOP ? 0 : error};  // ELOOP: a link has taken its place
+  const bool noFile = error == ELOOP || error == ENXIO;  // a link, a socket: never a message
+  return {Descriptor(), gone, gone || noFile ? 0 : error};
 }
 
 std::optional<HeaderBlock> readHeader(const Descriptor& file) {

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/host.h"
 #include "host/text_network/installation_secret.h"
 #include "host/text_network/trusted_base64.h"
 #include "platform/text_network.h"
@@ -86,6 +87,37 @@ TEST(Trusted, NoticesEveryChangeAndEveryOtherForm) {
       }
       EXPECT_EQ(decodeTrusted(encoded.substr(0, i), kKey), std::nullopt) << "cut to " << i;
     }
+  }
+}
+
+TEST(LoginAccess, IsGrantedToWhatWasIssuedUntilItsExpiryOnly) {
+  const SecretRoot root;
+  using State = Host::LoginAccess::State;
+  constexpr long long kMax = INT64_MAX;
+  const struct {
+    std::string text;
+    long long now;
+    State want;
+    std::string wantAddress = "";
+  } cases[] = {
+      {"a@b.example:6921f0aa", 0x6921f0a9, State::kGranted, "a@b.example"},
+      {"a@b.example:6921f0aa", 0x6921f0aa, State::kExpired},
+      {"\"a:1\"@[IPv6:::1]:2", 1, State::kGranted, "\"a:1\"@[IPv6:::1]"},
+      {"a@b:7fffffffffffffff", kMax - 1, State::kGranted, "a@b"},
+      {"a@b:7fffffffffffffff", kMax, State::kExpired},
+      {"a@b:ffffffffffffffff", -2, State::kGranted, "a@b"},  // the time before the epoch
+      {"a@b:ffffffffffffffff", 0, State::kExpired},
+  };
+  for (const auto& c : cases) {
+    const Host::LoginAccess got = Host::checkLoginAccess(encodeTrusted(c.text), c.now);
+    EXPECT_EQ(got.state, c.want) << c.text << " at " << c.now;
+    EXPECT_EQ(got.address, c.wantAddress) << c.text << " at " << c.now;
+  }
+  EXPECT_EQ(Host::checkLoginAccess("AWFAYi5leGFtcGxlOjY5MjFmMGFh", 0).state, State::kNotIssued);
+  // made here, but for no login link
+  for (const char* text :
+       {"", "a@b", "a@b:", ":ff", "a@b:0ff", "a@b:FF", "a@b:+f", "a@b:ff ", "a@b:10000000000000000"}) {
+    EXPECT_EQ(Host::checkLoginAccess(encodeTrusted(text), 0).state, State::kNotIssued) << text;
   }
 }
 
