@@ -121,6 +121,8 @@ TEST_F(DeliveryTest, ResultsTellOfHandlesAndStatuses) {
   EXPECT_EQ(report.makeHeader(mailTemplate, {}), 0);
   world().setStatus = {{"QUARANTINE_MESSAGES_COUNT", 1}, {"QUARANTINE_PERIOD_FROM", 3}, {"QUARANTINE_PERIOD_TO", 4}};
   EXPECT_EQ(report.makeHeader(mailTemplate, {}), 7);
+  report.emailReleaseEnabled = true;
+  EXPECT_EQ(report.makeTextBody(mailTemplate, {}), 0);
 }
 
 TEST_F(DeliveryTest, RowsAlternateAndFlagsSwitchSections) {
