@@ -214,6 +214,25 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
   EXPECT_EQ(one->htmlbody(), "&lt;b&gt;&quot;…");
 }
 
+TEST(InertTextTest, NumberOfCharactersIsTheModifiersArgument) {
+  const std::pair<std::string, std::size_t> cases[] = {{"1", 1},
+                                                       {"9", 9},
+                                                       {"999", 999},
+                                                       {"1001", 1000},
+                                                       {"0", 1000},
+                                                       {"9x", 1000},
+                                                       {"-9", 1000},
+                                                       {"", 1000},
+                                                       {"+9", 1000},
+                                                       {"1e2", 1000},
+                                                       {"99999999999999999999", 1000}};
+  for (const auto& [argument, want] : cases) {
+    const auto one = filled({kHeader, "h", "{{S:x-inert-text=" + argument + "}}"});
+    one->set("S", std::string(1100, 'a'));
+    EXPECT_EQ(one->textbody(), std::string(want - 1, 'a') + "…") << argument;
+  }
+}
+
 TEST(TemplateHeaderTest, Sender) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"\"Example, Inc.\" <q@example.org>", "\"Example, Inc.\" <q@example.org>"},
