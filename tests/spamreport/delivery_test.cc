@@ -1,6 +1,7 @@
 // Delivery: when a report is due, who receives it, which template it uses and how that is filled in the odd cases.
 
 #include "spamreport/action_links.h"
+#include "spamreport/date_text.h"
 #include "tests/spamreport/report_test.h"
 
 namespace Velmar {
@@ -123,6 +124,7 @@ TEST_F(DeliveryTest, ResultsTellOfHandlesAndStatuses) {
   EXPECT_EQ(report.makeHeader(mailTemplate, {}), 7);
   report.emailReleaseEnabled = true;
   EXPECT_EQ(report.makeTextBody(mailTemplate, {}), 0);
+  EXPECT_EQ(dateText(INT64_MAX, "en"), "") << "a year that does not fit a date";
 }
 
 TEST_F(DeliveryTest, RowsAlternateAndFlagsSwitchSections) {
