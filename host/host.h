@@ -21,6 +21,11 @@ namespace Velmar::Host {
 /// The version of this software, e.g. "1.0.0".
 VLM_EXPORT const char* version();
 
+/// Opens /dev/null for each standard stream that is closed, the wrong way round. Else the next file that is opened gets
+/// its number, and what is meant for the stream is written into a mail, the log or a connection.
+/// False when /dev/null cannot be opened; errno says why.
+VLM_EXPORT bool occupyStandardStreams() noexcept;
+
 /// The directory of what is installed beside the code (templates, images, demo): VELMAR_SHARE from the environment,
 /// else found relative to this library. Not below the root: it belongs to the program.
 VLM_EXPORT std::string shareDirectory();

@@ -13,6 +13,7 @@
 
 #include "host/common/descriptor.h"
 #include "host/common/host_config.h"
+#include "host/host.h"
 
 namespace Velmar::Host {
 namespace {
@@ -54,6 +55,8 @@ std::string readFile(const std::string& path) {
 }
 
 HostConfig load() {
+  // Whatever the platform opens comes after this.
+  if (!occupyStandardStreams()) failed("/dev/null", "cannot stand in for a closed standard stream", errno);
   const std::string path = hostConfigPath();
   return parseHostConfig(readFile(path), path);
 }

@@ -62,7 +62,7 @@ class ArgumentsTest(unittest.TestCase):
         environment = dict(os.environ, VELMAR_ROOT=str(self.host.root), TZ="UTC0", LC_ALL="C",
                            ASAN_OPTIONS="detect_leaks=0")
         done = subprocess.run(["strace", "-f", "-qq", "-y", "-s", "4096", "-e", "trace=%file", "-o", trace,
-                               os.environ["CALLER"]], env=environment, input=b"".join(t + b"\0" for t in texts),
+                               os.environ["CALL_BY_RECIPIENTS"]], env=environment, input=b"".join(t + b"\0" for t in texts),
                               capture_output=True, timeout=240, check=True)
         named = re.findall(r'"(/[^"]*)"|= \d+<(/[^>]*)>', trace.read_text())
         paths = {os.path.normpath(path) for pair in named for path in pair if path}

@@ -65,6 +65,7 @@ struct World {
   std::optional<std::string> localDomain;
   int mailMode = 1;
   bool copiesFail = false;  ///< strdup() finds no memory
+  int signals = 0;          ///< how many pauses to come end after a second, by a signal
 
   std::map<std::pair<std::string, std::string>, std::vector<std::string>> lists;  ///< by owner and list
   std::map<std::string, std::string> languages;                                   ///< by address

@@ -35,8 +35,9 @@ std::time_t time(std::time_t* out) noexcept {
 
 unsigned int sleep(unsigned int seconds) {
   Velmar::Fake::note("sleep", std::to_string(seconds));
-  now += seconds;
-  return 0;
+  const unsigned int slept = Velmar::Fake::world().signals-- > 0 ? 1 : seconds;
+  now += slept;
+  return seconds - slept;
 }
 
 char* strdup(const char* text) noexcept {

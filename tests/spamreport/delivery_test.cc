@@ -1,6 +1,7 @@
 // Delivery: when a report is due, who receives it, which template it uses and how that is filled in the odd cases.
 
 #include "spamreport/action_links.h"
+#include "spamreport/date_text.h"
 #include "tests/spamreport/report_test.h"
 
 namespace Velmar {
@@ -121,6 +122,9 @@ TEST_F(DeliveryTest, ResultsTellOfHandlesAndStatuses) {
   EXPECT_EQ(report.makeHeader(mailTemplate, {}), 0);
   world().setStatus = {{"QUARANTINE_MESSAGES_COUNT", 1}, {"QUARANTINE_PERIOD_FROM", 3}, {"QUARANTINE_PERIOD_TO", 4}};
   EXPECT_EQ(report.makeHeader(mailTemplate, {}), 7);
+  report.emailReleaseEnabled = true;
+  EXPECT_EQ(report.makeTextBody(mailTemplate, {}), 0);
+  EXPECT_EQ(dateText(INT64_MAX, "en"), "") << "a year that does not fit a date";
 }
 
 TEST_F(DeliveryTest, RowsAlternateAndFlagsSwitchSections) {

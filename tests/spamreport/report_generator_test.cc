@@ -98,6 +98,15 @@ TEST_F(ReportGeneratorTest, TriesUntilDeliveredOrOutOfTries) {
   EXPECT_THAT(world().calls, IsEmpty());
 }
 
+TEST_F(ReportGeneratorTest, SignalsDoNotShortenAPause) {
+  world().signals = 2;
+  failCall("ApsGwServerCache::find");
+  SpamreportGenerator generator(3600, 0);
+  generator.failed.emplace_back(File::Path(kPath));
+  generator.processFailList(2);
+  EXPECT_THAT(callsOf({"sleep"}), ElementsAre("sleep(30)", "sleep(29)", "sleep(28)"));
+}
+
 TEST_F(ReportGeneratorTest, WorksInListOrderAndKeepsWhatFails) {
   SpamreportGenerator generator(3600, 0);
   for (const char* path : {"/home/x/a~x", kPath, "/home/d", "/home/x/b~x"})

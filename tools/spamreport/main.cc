@@ -1,9 +1,6 @@
 // The command for administrators: reads the command line and calls one subcommand. The only source that knows the
 // command-line library, which takes long to compile. It decides nothing about reports.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -230,17 +227,6 @@ void applyCommon(const Request& request) {
   if (common.verbose || !request.logAsConfigured) Host::setLogToStderr(common.verbose);
 }
 
-/// A standard stream that the caller closed leaves its number to the next file that is opened, and what is meant for
-/// the stream would be written into a mail or the log. It is opened the wrong way round, so that its use fails as
-/// before.
-bool occupyStandardStreams() {
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::fcntl(stream, F_GETFD) >= 0) continue;
-    if (::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) return false;
-  }
-  return true;
-}
-
 constexpr char kSeeHelp[] = " (see spamreport --help)";
 
 int complain(const std::string& text, int exitCode) {
@@ -263,7 +249,7 @@ int perform(const Request& request) try {
 }
 
 int runCommandLine(int argc, char** argv) {
-  if (!occupyStandardStreams()) return kFailed;  // there is nobody to tell
+  if (!Host::occupyStandardStreams()) return kFailed;  // there is nobody to tell
   CLI::App app{"", "spamreport"};
   Request request;
   build(app, request);

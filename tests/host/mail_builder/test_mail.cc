@@ -10,6 +10,7 @@
 
 #include "host/host.h"
 #include "host/mail_builder/header_encoding.h"
+#include "host/mail_builder/quoted_printable.h"
 #include "platform/mail_builder.h"
 #include "tests/support/temp_root.h"
 #include "tests/support/thrown_by.h"
@@ -214,6 +215,29 @@ TEST(IdentifierTest, MessageIdentifiers) {
     const std::string id = LW::createHeaderMessageIdValue(domain, std::tm{});
     EXPECT_EQ(id.substr(id.find('@')), "@" + want + ">") << domain;
     EXPECT_NE(LW::createHeaderMessageIdValue(domain, std::tm{}), id);
+  }
+}
+
+TEST(QuotedPrintable, LinesAreAsTheyTravel) {
+  const auto x = [](std::size_t count) { return std::string(count, 'x'); };
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {"\n\na", "\r\n\r\na"},
+      {"a \nb\t\n ", "a=20\r\nb=09\r\n=20"},  // a blank at the end would be lost on the way
+      {" ~!\t<\r\n", " ~!\t<=0D\r\n"},
+      {"=\x7f\x1f\xff", "=3D=7F=1F=FF"},
+      {x(75), x(75)},
+      {x(76), x(75) + "=\r\nx"},
+      {x(151), x(75) + "=\r\n" + x(75) + "=\r\nx"},
+      {x(72) + "=", x(72) + "=3D"},
+      {x(73) + "=" + x(73), x(73) + "=\r\n=3D" + x(72) + "=\r\nx"},
+      {x(72) + "==", x(72) + "=3D=\r\n=3D"},
+      {x(73) + " ", x(73) + "=\r\n=20"},
+  };
+  for (const auto& [text, want] : cases) {
+    std::string got;
+    Host::appendQuotedPrintable(text, got);
+    EXPECT_EQ(got, want) << text;
   }
 }
 

@@ -13,6 +13,7 @@
 #include "host/mail_builder/customized_template.h"
 #include "host/mail_builder/inert_text.h"
 #include "host/mail_builder/template_store.h"
+#include "host/mail_builder/text_modifiers.h"
 #include "platform/mail_builder.h"
 #include "tests/support/temp_root.h"
 #include "tests/support/thrown_by.h"
@@ -197,7 +198,7 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
       {"invoice\u202Efdp.exe", "invoicefdp." + z + "exe", "invoicefdp[.]exe"},
       {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041", "payp", "payp"},
       {"👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F"},
-      {"क्\u200Dष a\u200Db", "क्\u200Dष ab", "क्\u200Dष ab"},
+      {"क्\u200Dष क्\u200Cष a\u200Db", "क्\u200Dष क्\u200Cष ab", "क्\u200Dष क्\u200Cष ab"},
       {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
       {"see http://a.bc/d", "see http:" + z + "//a." + z + "bc/d", "see http[:]//a[.]bc/d"},
       {"mail@x.org", "mail" + z + "@x." + z + "org", "mail@x[.]org"},
@@ -218,6 +219,25 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
   const auto one = filled({kHeader, "{{ORIG_SUBJECT:x-inert=9}}", "t"});
   one->subject("<b>\"\u202E&<<<<<", "ORIG_SUBJECT");
   EXPECT_EQ(one->htmlbody(), "&lt;b&gt;&quot;…");
+}
+
+TEST(InertTextTest, NumberOfCharactersIsTheModifiersArgument) {
+  const std::pair<std::string, std::size_t> cases[] = {{"1", 1},
+                                                       {"9", 9},
+                                                       {"999", 999},
+                                                       {"1001", 1000},
+                                                       {"0", 1000},
+                                                       {"9x", 1000},
+                                                       {"-9", 1000},
+                                                       {"", 1000},
+                                                       {"+9", 1000},
+                                                       {"1e2", 1000},
+                                                       {"99999999999999999999", 1000}};
+  for (const auto& [argument, want] : cases) {
+    const auto one = filled({kHeader, "h", "{{S:x-inert-text=" + argument + "}}"});
+    one->set("S", std::string(1100, 'a'));
+    EXPECT_EQ(one->textbody(), std::string(want - 1, 'a') + "…") << argument;
+  }
 }
 
 TEST(TemplateHeaderTest, Sender) {
@@ -260,7 +280,7 @@ TEST(TextModifierTest, MailtoLinks) {
       {"mailto:r@x?subject=delete_all: a@b:1f:2:s", "r@x|delete_all: a@b:1f:2:s"},
       {"mailto:r?e@x?subject=a&b@x:%2B", "r?e@x|a&b@x:+"},
       {"mailto:r@x?subject=%0d%0aX: y%00%ff", "r@x|  X: y \uFFFD"},
-      {"mailto:r@x?subject=100%&%4", "r@x|100%&%4"},
+      {"mailto:r@x?subject=100%&%411%4", "r@x|100%&A1%4"},
       {"r@x", "r@x|"},
   };
   for (const auto& [link, want] : cases) {
@@ -268,6 +288,7 @@ TEST(TextModifierTest, MailtoLinks) {
     one->set("L", link);
     EXPECT_EQ(one->textbody(), want) << link;
   }
+  EXPECT_EQ(Host::mailtoSubject(std::string_view("?subject=%41").substr(0, 11)), "%4") << "what follows was read";
 }
 
 class TemplateStoreTest : public ::testing::Test {

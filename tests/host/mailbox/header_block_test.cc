@@ -15,6 +15,8 @@ TEST(HeaderBlock, FindsFields) {
   } cases[] = {
       {"From: a\r\r\nSubject: b\r\r\n\r\r\nTo: x", "To", std::nullopt},
       {"A: 1\r\nB: 2\nC: 3\rD: 4\n\r\nE: 5", "E", std::nullopt},
+      {"A: 1\rB: 2\rAZ: 3\r\rC: 4", "az", "3"},
+      {"A: 1\rB: 2\rAZ: 3\r\rC: 4", "C", std::nullopt},
       {"\xc4: x\n\n", "\xe4", std::nullopt},
       {"SUBJECT:\nSubject: two\n\n", "subjecT", ""},
       {"Subject-X: x\nSubj: x\nSub ject: x\n\n", "Subject", std::nullopt},

@@ -36,6 +36,7 @@ TEST(MaildirName, TellsTimeUniquePartAndMarks) {
     EXPECT_EQ(messageMarks(c.name), c.wantMarks) << c.name;
     EXPECT_EQ(identifyingPart(c.name), c.wantIdentifying) << c.name;
   }
+  EXPECT_FALSE(deliveryTime(std::string_view("12.a").substr(0, 2))) << "what follows a name was read";
 }
 
 }  // namespace Velmar::Host
