@@ -31,7 +31,7 @@ int borders(const std::string& content) {
 }
 
 std::string shapeOfReport(const std::string& message) {
-  static OneMailbox& mailbox = *new OneMailbox;
+  static OneMailbox mailbox;
   mailbox.hold(1, message);
   const auto mails = mailbox.report();
   if (mails.size() != 1 || mails[0].content.size() > 40000) std::abort();

@@ -17,7 +17,7 @@ namespace {
 using Velmar::Testing::OneMailbox;
 
 OneMailbox& mailbox() {
-  static OneMailbox& one = *new OneMailbox;
+  static OneMailbox one;
   return one;
 }
 
