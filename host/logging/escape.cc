@@ -3,8 +3,10 @@
 
 #include "host/logging/escape.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
 
 #include "host/host.h"
 
@@ -31,12 +33,23 @@ std::size_t characterLength(std::string_view text, std::uint32_t& character) {
   return character < kSmallest[length] || character > 0x10ffff || surrogate ? 0 : length;
 }
 
-/// Characters that show nothing of their own but change how the text around them is shown or split.
+/// Characters that show nothing of their own but change how the text around them is shown or split, or hide in it;
+/// ascending, first and last of each range.
+constexpr std::uint32_t kDeceptive[][2] = {
+    {0x00, 0x1f},       {0x7f, 0x9f},        // controls
+    {0xad, 0xad},       {0x34f, 0x34f},      // soft hyphen, grapheme joiner
+    {0x61c, 0x61c},     {0x115f, 0x1160},    // direction mark, fillers
+    {0x17b4, 0x17b5},   {0x180b, 0x180f},    // invisible vowels, Mongolian selectors
+    {0x200b, 0x200f},   {0x2028, 0x202e},    // zero width, direction marks; line separators, direction overrides
+    {0x2060, 0x206f},   {0x3164, 0x3164},    // invisible operators, isolates; filler
+    {0xfeff, 0xfeff},   {0xffa0, 0xffa0},    // zero width, filler
+    {0xfff0, 0xfffb},   {0x1d173, 0x1d17a},  // annotations, musical controls
+    {0xe0000, 0xe0fff},                      // tags
+};
+
 bool isDeceptive(std::uint32_t character) {
-  return character < 0x20 || (character >= 0x7f && character <= 0x9f) ||
-         (character >= 0x200b && character <= 0x200f) ||  // zero width, direction marks
-         (character >= 0x2028 && character <= 0x202e) ||  // line separators, direction overrides
-         (character >= 0x2066 && character <= 0x2069) || character == 0x061c || character == 0xfeff;
+  return std::any_of(std::begin(kDeceptive), std::end(kDeceptive),
+                     [character](const auto& range) { return character >= range[0] && character <= range[1]; });
 }
 
 void appendHex(std::string& out, std::string_view bytes) {

@@ -68,6 +68,13 @@ std::string canonicalName(std::string_view name) {
   return U_SUCCESS(error) && canonical ? canonical : "";
 }
 
+/// The same; some senders write "x-" before the name of an ordinary charset, and ICU has not all of these.
+std::string canonicalNameOfMail(std::string_view name) {
+  std::string canonical = canonicalName(name);
+  const bool marked = name.starts_with("x-") || name.starts_with("X-");
+  return canonical.empty() && marked ? canonicalName(name.substr(2)) : canonical;
+}
+
 /// Charsets whose name senders put on text of a larger charset, which reads the smaller one's text the same.
 std::string largerCharset(const std::string& canonical) {
   using Names = std::pair<std::string, std::string>;
@@ -80,6 +87,8 @@ std::string largerCharset(const std::string& canonical) {
       {canonicalName("gbk"), canonicalName("gb18030")},
       {canonicalName("euc-kr"), canonicalName("windows-949")},
       {canonicalName("ks_c_5601-1987"), canonicalName("windows-949")},
+      {canonicalName("cp949"), canonicalName("windows-949")},  // else a charset of IBM's
+      {canonicalName("big5"), canonicalName("big5-hkscs")},
   });
   for (const auto& [smaller, larger] : kLarger) {
     if (canonical == smaller && !larger.empty()) return larger;
@@ -152,7 +161,7 @@ void appendUtf16(const std::vector<UChar>& text, std::string& utf8) {
 }  // namespace
 
 Charset findCharset(std::string_view name) {
-  const std::string canonical = canonicalName(name);
+  const std::string canonical = canonicalNameOfMail(name);
   if (canonical.empty()) return {};
   const std::string larger = largerCharset(canonical);
   const UConverter* converter = threadConverter(larger);

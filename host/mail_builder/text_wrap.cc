@@ -80,9 +80,15 @@ class Wrapping {
     const std::string_view bare = withoutBlanksAtEnd(piece);
     const std::size_t width = columnsOf(bare);
     if (begun_ && column_ + width > columns_) newLine();
-    if (column_ + width > columns_ && isPlainWord(bare)) return addInPieces(piece);
-    out_ += piece;
-    column_ += width + (piece.size() - bare.size());
+    if (column_ + width > columns_ && isPlainWord(bare)) {
+      addInPieces(bare);
+    } else {
+      out_ += bare;
+      column_ += width;
+    }
+    // Blanks never begin a line, however many there are: it would be an empty one.
+    out_ += piece.substr(bare.size());
+    column_ += piece.size() - bare.size();
     begun_ = begun_ || !bare.empty();
   }
 
@@ -104,7 +110,6 @@ class Wrapping {
       column_ += columnsOf(c.point);
       i += c.bytes;
     }
-    begun_ = true;
   }
 
   std::size_t columns_;

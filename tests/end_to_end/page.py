@@ -7,17 +7,16 @@ PLACES = {"th": "sender", "b": "sender", "span": "sender", "div": "subject", "sm
 
 
 class Page(HTMLParser):
-    """elements: every start tag as (name, attributes); rows: the table's messages."""
+    """rows: the table's messages; unclosed: elements that have not ended."""
 
     def __init__(self, html):
         super().__init__(convert_charrefs=True)
-        self.elements, self.unclosed, self.rows, self.links, self.images, self.head = [], [], [], [], [], ""
+        self.unclosed, self.rows, self.links, self.images, self.head = [], [], [], [], ""
         self.feed(html)
         self.close()
 
     def handle_starttag(self, tag, attributes):
         values = dict(attributes)
-        self.elements.append((tag, tuple(attributes)))
         if tag not in VOID:
             self.unclosed.append(tag)
         if tag == "tr" and "tbody" in self.unclosed:
@@ -41,8 +40,3 @@ class Page(HTMLParser):
 
     def handle_comment(self, data):
         raise AssertionError("a remark in the page: %r" % data)
-
-    @property
-    def shape(self):
-        """Names of the elements and of their attributes, without any value."""
-        return [(tag, tuple(name for name, _ in attributes)) for tag, attributes in self.elements]

@@ -52,7 +52,7 @@ TEST(JsonText, IsValidWhateverTheBytes) {
   const std::string bad = "\xef\xbf\xbd";
   const std::pair<std::string, std::string> cases[] = {
       {"a\"b\\c/\n\t", "a\\\"b\\\\c/\\n\\u0009"},
-      {std::string("\0\x7f\xc2\x85\xe2\x80\xa8", 7), "\\u0000\\u007f\\u0085\\u2028"},
+      {std::string("\0\x7f\xc2\x85\xe2\x80\xa8\xe2\x80\xae", 10), "\\u0000\\u007f\\u0085\\u2028\\u202e"},
       {"gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf", "gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf"},
       {"\xc3", bad},                                          // cut
       {"\xc3\"", bad + "\\\""},                               // does not swallow the quote

@@ -38,8 +38,10 @@ Character firstOf(std::string_view text) {
   return {};
 }
 
+/// Controls, line separators, and what turns the direction of a line: the text is looked at on terminals too.
 bool mustBeEscaped(char32_t code) {
-  return code < 0x20 || (code >= 0x7f && code < 0xa0) || code == 0x2028 || code == 0x2029;
+  return code < 0x20 || (code >= 0x7f && code < 0xa0) || (code >= 0x2028 && code <= 0x202e) ||
+         (code >= 0x2066 && code <= 0x2069);
 }
 
 std::string written(const Character& character, std::string_view text) {

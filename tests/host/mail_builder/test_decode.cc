@@ -1,8 +1,8 @@
 // Raw header values to UTF-8: what senders write, and what hostile ones do.
 
 #include <gtest/gtest.h>
+#include <unicode/unistr.h>
 
-#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
@@ -56,6 +56,9 @@ TEST(DecodeTest, EncodedWords) {
 TEST(DecodeTest, Charsets) {
   expectAll({
       {"gb18030 under the name of gb2312", "=?gb2312?B?yP3N8qPf6UY=?=", "三万＿镕"},
+      {"big5 of Hong Kong", "=?big5?B?x1U=?=", "の"},
+      {"windows-949 under its number", "=?cp949?B?lVc=?=", "뷭"},
+      {"a name of senders' own", "=?X-GBK?B?gUA=?= =?x-nonsense?Q?=FC?=", "丂ü"},
       {"shift_jis, split character", "=?Shift_JIS?B?k/o=?= =?Shift_JIS?B?lns=?=", "日本"},
       {"iso-2022-jp, one state a word", "=?ISO-2022-JP?B?GyRCRnxLXA==?= =?ISO-2022-JP?Q?abc?=", "日本abc"},
       {"unknown, UTF-8 does not fit", "=?x-nonsense?Q?Gr=FC=DFe?=", "Grüße"},
@@ -77,6 +80,60 @@ TEST(DecodeTest, RawBytesAndControls) {
   });
 }
 
+/// A word, perhaps without its padding, as some senders write them.
+std::string encodedWord(const char* charset, const std::string& bytes, bool padded) {
+  std::string text = Buffer(bytes.data(), static_cast<unsigned>(bytes.size()), false).toBase64String();
+  if (!padded) text.resize(text.find_last_not_of('=') + 1);
+  return std::string("=?") + charset + "?B?" + text + "?=";
+}
+
+TEST(DecodeTest, WordsOfAnyLengthInAnyCharsetGiveTheirText) {
+  const struct {
+    const char* charset;
+    const char16_t* characters;
+    std::size_t longest = 20;  // bytes of a word; more where each word begins in the first state
+  } cases[] = {
+      {"utf-8", u"aü日😀"},
+      {"iso-8859-2", u"žő="},
+      {"windows-1251", u"Жя?"},
+      {"koi8-u", u"їґ "},
+      {"iso-8859-6", u"عش"},
+      {"windows-1255", u"ש₪"},
+      {"iso-8859-7", u"λΩ"},
+      {"tis-620", u"ก฿"},
+      {"cp1252", u"€“ÿ"},
+      {"shift_jis", u"日表ｱA"},
+      {"euc-jp", u"日ｱ髙A"},
+      {"euc-kr", u"한글A"},
+      {"gb2312", u"中文A"},
+      {"gb18030", u"中😀ő1"},
+      {"big5", u"功許A"},
+      {"iso-2022-jp", u"日A", 1000},
+      {"iso-2022-kr", u"한A", 1000},
+      {"hz", u"中~", 1000},
+      {"utf-7", u"日+A", 1000},
+      {"utf-16", u"日A", 1000},
+  };
+  std::mt19937 random(11);
+  for (const auto& c : cases) {
+    const icu::UnicodeString characters(c.characters);
+    for (int round = 0; round < 200; ++round) {
+      icu::UnicodeString text;
+      for (auto count = 1 + random() % 20; count > 0; --count) {
+        text += characters.char32At(static_cast<std::int32_t>(random() % static_cast<unsigned>(characters.length())));
+      }
+      std::string want, raw, bytes(500, '\0');
+      text.toUTF8String(want);
+      bytes.resize(static_cast<std::size_t>(text.extract(0, text.length(), bytes.data(), 500, c.charset)));
+      for (std::size_t from = 0, length = 0; from < bytes.size(); from += length) {
+        length = c.longest > bytes.size() ? bytes.size() : 1 + random() % c.longest;
+        raw += encodedWord(c.charset, bytes.substr(from, length), random() % 3 != 0) + " ";
+      }
+      ASSERT_EQ(decoded(raw + "=?none?Q?=FC?= " + raw), want + "ü" + want + " ") << raw;
+    }
+  }
+}
+
 /// Whatever comes in, one line of valid UTF-8 comes out.
 bool isCleanLine(const std::string& text) {
   return Host::utf8Quality(text).malformed == 0 && Host::oneLine(text) == text;
@@ -95,27 +152,6 @@ TEST(DecodeTest, AnyBytesGiveACleanLineThatEncodingKeeps) {
     ASSERT_TRUE(isCleanLine(text)) << raw;
     const std::string field = Host::foldedField("Subject", Host::encodeUnstructured(text));
     ASSERT_EQ(decoded(field.substr(9, field.size() - 11)), text) << field;
-  }
-}
-
-TEST(DecodeTest, LinearTimeOnHostileValues) {
-  const std::vector<std::string> pieces = {
-      "=?utf-8?B?SGVsbG8=?= ",
-      "=?utf-8?Q?=FC=C3?= ",
-      "=?a?B?x",
-      "=?a?Q?x",
-      "=?",
-      "=?a?Q?b?b",
-      "=?utf-8?Q?x?=\xFC",
-      "\r\n ",
-  };
-  for (const std::string& piece : pieces) {
-    std::string raw;
-    for (int i = 0; i < 300000; ++i) raw += piece;
-    const std::clock_t start = std::clock();
-    EXPECT_TRUE(isCleanLine(decoded(raw)));
-    // Of processor time, since machines are busy: seconds at most when linear, hours when quadratic.
-    EXPECT_LT(std::clock() - start, 60 * CLOCKS_PER_SEC) << piece;
   }
 }
 
