@@ -133,6 +133,13 @@ constexpr std::array kEvents{
               "held messages that could not be read were left out",
               "{count:more held message/more held messages} of {path} left out as unreadable",
               kWarning},
+    EventInfo{0x90020,
+              "link-not-signed",
+              {"reason", "mailbox"},
+              kNoFailure,
+              "a report goes out without its preferences link",
+              "the preferences link of {mailbox} is left out, it cannot be signed: {reason}",
+              kWarning},
 };
 
 constexpr bool ascending() {
