@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -241,6 +242,9 @@ bool occupyStandardStreams() {
   return true;
 }
 
+/// A limit of file sizes ends a process by default: the reports to come would be lost without a word.
+void takeFileSizeLimitsAsErrors() { std::signal(SIGXFSZ, SIG_IGN); }
+
 constexpr char kSeeHelp[] = " (see spamreport --help)";
 
 int complain(const std::string& text, int exitCode) {
@@ -264,6 +268,7 @@ int perform(const Request& request) try {
 
 int runCommandLine(int argc, char** argv) {
   if (!occupyStandardStreams()) return kFailed;  // there is nobody to tell
+  takeFileSizeLimitsAsErrors();
   CLI::App app{"", "spamreport"};
   Request request;
   build(app, request);
