@@ -64,8 +64,9 @@ class RunTest(unittest.TestCase):
                 soft, hard = resource.getrlimit(resource.RLIMIT_FSIZE)
                 resource.setrlimit(resource.RLIMIT_FSIZE, (size, hard))
                 try:
-                    done = self.host.command("run", "--root", self.host.root, "--domain", "example.org", "--recipients",
-                                             "boris@example.org", "--until", self.host.until, "--period", DAY, want=None)
+                    done = self.host.command("run", "--root", self.host.root, "--domain", "example.org",
+                                             "--recipients", "boris@example.org", "--until", self.host.until,
+                                             "--period", DAY, want=None)
                 finally:
                     resource.setrlimit(resource.RLIMIT_FSIZE, (soft, hard))
                 want = (0, False) if size > whole else (1, True)
