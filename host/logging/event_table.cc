@@ -140,6 +140,13 @@ constexpr std::array kEvents{
               "two held messages cannot be told apart by actions",
               "held messages {name} and {other} of {path} share one identifier",
               kWarning},
+    EventInfo{0x90020,
+              "link-not-signed",
+              {"reason", "mailbox"},
+              kNoFailure,
+              "a report goes out without its preferences link",
+              "the preferences link of {mailbox} is left out, it cannot be signed: {reason}",
+              kWarning},
 };
 
 constexpr bool ascending() {

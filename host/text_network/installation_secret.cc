@@ -1,8 +1,8 @@
 // Keeps the installation's secret on disk: 32 random bytes that nobody but the system's own user may read.
 //
 // Links already mailed out depend on it, so it is never replaced: a file that is there and unfit is an error for the
-// administrator to look at. It is made whole under a passing name and then linked, which fails when another
-// process was first.
+// administrator to look at. It is made whole without a name, or under a passing one, and then linked, which fails when
+// another process was first.
 
 #include "host/text_network/installation_secret.h"
 
@@ -88,17 +88,37 @@ void writeSecret(int fd, const std::string& path) {
   }
 }
 
-/// Puts a new secret in place unless another process was first.
-void createSecret(const std::string& directory, const std::string& path) {
+void giveName(const char* from, const std::string& path, int flags) {
+  if (::linkat(AT_FDCWD, from, AT_FDCWD, path.c_str(), flags) != 0 && errno != EEXIST) {
+    throw systemFault(__LINE__, path, "cannot be put in place");
+  }
+}
+
+/// Makes the secret as a file without a name, so that no process that dies leaves one behind. False where the file
+/// system has no such files, or /proc is missing.
+bool createUnnamed(const std::string& directory, const std::string& path) {
+  const Descriptor file(::open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  const std::string link = "/proc/self/fd/" + std::to_string(file.get());
+  if (!file.isOpen() || ::access(link.c_str(), F_OK) != 0) return false;
+  giveToOwnerOf(directory, file, path);
+  writeSecret(file.get(), path);
+  giveName(link.c_str(), path, AT_SYMLINK_FOLLOW);
+  return true;
+}
+
+void createUnderPassingName(const std::string& directory, const std::string& path) {
   std::string name = directory + "/.secret.XXXXXX";
   const Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
   if (!file.isOpen()) throw systemFault(__LINE__, path, "cannot be made");
   const PassingName passing(name);
   giveToOwnerOf(directory, file, path);
   writeSecret(file.get(), path);
-  if (::link(passing.c_str(), path.c_str()) != 0 && errno != EEXIST) {
-    throw systemFault(__LINE__, path, "cannot be put in place");
-  }
+  giveName(passing.c_str(), path, 0);
+}
+
+/// Puts a new secret in place unless another process was first.
+void createSecret(const std::string& directory, const std::string& path) {
+  if (!createUnnamed(directory, path)) createUnderPassingName(directory, path);
   syncDirectory(directory);
 }
 

@@ -20,12 +20,14 @@
 #include <array>
 
 #include "host/text_network/installation_secret.h"
+#include "platform/logging.h"
 #include "platform/text_network.h"
 #include "platform/types.h"
 
 namespace Velmar {
 namespace {
 
+constexpr unsigned int kLinkNotSigned = 0x90020;
 constexpr char kVersion = 1;
 constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
@@ -109,8 +111,9 @@ int vlml_encode_trusted_base64_data(const char* text, int length, std::uint32_t 
   const std::string encoded = encodeTrusted(std::string_view(bytes ? text : "", bytes), key);
   std::copy(encoded.begin(), encoded.end(), out);  // no NUL: the caller has the length
   return static_cast<int>(encoded.size());
-} catch (const std::exception&) {
-  // No secret, no memory: the caller can only leave the link out. Who wants the reason calls installationSecret().
+} catch (const std::exception& e) {
+  // No secret, no memory: the caller can only leave the link out.
+  Logger::instance(false).log(kLinkNotSigned, 0, "%s", e.what());
   return -1;
 }
 

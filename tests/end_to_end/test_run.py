@@ -1,5 +1,6 @@
 """Runs of the command: which reports are made, what is logged, which messages a period holds, own templates."""
 
+import resource
 import shutil
 import unittest
 
@@ -53,6 +54,24 @@ class RunTest(unittest.TestCase):
                 self.assertEqual(len(self.host.queued()), 2 - failures)
                 self.host.report("boris@example.org")
                 self.host.empty_queue()
+
+    def test_limit_of_file_sizes_costs_reports_but_not_the_run(self):
+        """One whole mail or none, and a word when none."""
+        whole = len(self.host.report("boris@example.org").raw)
+        for size in 0, 4096, whole - 1000, whole + 100000:
+            with self.subTest(size=size):
+                self.host.empty_queue()
+                soft, hard = resource.getrlimit(resource.RLIMIT_FSIZE)
+                resource.setrlimit(resource.RLIMIT_FSIZE, (size, hard))
+                try:
+                    done = self.host.command("run", "--root", self.host.root, "--domain", "example.org",
+                                             "--recipients", "boris@example.org", "--until", self.host.until,
+                                             "--period", DAY, want=None)
+                finally:
+                    resource.setrlimit(resource.RLIMIT_FSIZE, (soft, hard))
+                want = (0, False) if size > whole else (1, True)
+                self.assertEqual((done.returncode, "report-failed" in done.stderr), want)
+                self.assertEqual([len(mail.raw) for mail in self.host.queued()], [whole] if size > whole else [])
 
     def test_links_between_addresses(self):
         """A confirmed link decides who gets the report; a one-sided one is removed once, and logged once."""

@@ -2,6 +2,7 @@
 // command-line library, which takes long to compile. It decides nothing about reports.
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -227,6 +228,9 @@ void applyCommon(const Request& request) {
   if (common.verbose || !request.logAsConfigured) Host::setLogToStderr(common.verbose);
 }
 
+/// A limit of file sizes ends a process by default: the reports to come would be lost without a word.
+void takeFileSizeLimitsAsErrors() { std::signal(SIGXFSZ, SIG_IGN); }
+
 constexpr char kSeeHelp[] = " (see spamreport --help)";
 
 int complain(const std::string& text, int exitCode) {
@@ -250,6 +254,7 @@ int perform(const Request& request) try {
 
 int runCommandLine(int argc, char** argv) {
   if (!Host::occupyStandardStreams()) return kFailed;  // there is nobody to tell
+  takeFileSizeLimitsAsErrors();
   CLI::App app{"", "spamreport"};
   Request request;
   build(app, request);
