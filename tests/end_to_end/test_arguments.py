@@ -64,10 +64,11 @@ class ArgumentsTest(unittest.TestCase):
         done = subprocess.run(["strace", "-f", "-qq", "-y", "-s", "4096", "-e", "trace=%file", "-o", trace,
                                os.environ["CALL_BY_RECIPIENTS"]], env=environment, input=b"".join(t + b"\0" for t in texts),
                               capture_output=True, timeout=240, check=True)
-        text = re.sub(r"/proc/\d+/", "/proc/self/", trace.read_text())
-        named = re.findall(r'"(/[^"]*)"|= \d+<(/[^>]*)>', text)
+        named = re.findall(r'"(/[^"]*)"|= \d+<(/[^>]*)>', trace.read_text())
         paths = {os.path.normpath(path) for pair in named for path in pair if path}
-        return parse_events(done.stderr.decode()), {p for p in paths if not p.startswith(str(self.host.root))}
+        outside = (path for path in paths if not path.startswith(str(self.host.root)))
+        # A sanitizer looks at files that are named by the number of the process.
+        return parse_events(done.stderr.decode()), {re.sub(r"\d+", "#", path) for path in outside}
 
     def test_each_has_its_event_and_stays_where_it_belongs(self):
         _, harmless = self.call([(DOMAIN, BORIS)])
