@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -71,6 +72,11 @@ TemplateFile openFile(const std::string& path) {
   if (!S_ISREG(status.st_mode)) throw cannotLook(path, "is not a regular file");
   file.identity = identityOf(status);
   return file;
+}
+
+/// Surely not there: whatever else keeps it from being looked at is told when its files are opened.
+bool isMissing(const std::string& directory) {
+  return ::access(directory.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 Identities identitiesIn(const std::string& directory) {
@@ -162,6 +168,7 @@ void keep(const std::string& directory, KeptTemplate entry) {
 }  // namespace
 
 std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& directory) {
+  if (isMissing(directory)) return nullptr;  // as a system's own templates usually are
   const Identities seen = identitiesIn(directory);
   if (auto parsed = keptTemplate(directory, seen)) return parsed;
 
