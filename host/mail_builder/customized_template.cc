@@ -16,6 +16,7 @@
 #include "host/common/current_time.h"
 #include "host/common/host_config.h"
 #include "host/common/preview.h"
+#include "host/mail_builder/decode.h"
 #include "host/mail_builder/header_encoding.h"
 #include "host/mail_builder/inert_text.h"
 #include "host/mail_builder/report_values.h"
@@ -32,6 +33,10 @@ constexpr int kQuarantineReport = 38;
 // Characters of a held text that a report shows: without a limit one message could swell the mail beyond what any
 // mail server takes, and cost all the others their report.
 constexpr std::size_t kMaxHeldText = 1000;
+
+// Bytes of a body without its rows, and of one row.
+constexpr std::size_t kUsualFrame = 12000;
+constexpr std::size_t kUsualRow = 1500;
 
 struct NamedAddress {
   std::string displayName;
@@ -124,20 +129,19 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   }
 
   std::string textbody() override {
-    const std::string text = parsed_->expand(TemplatePiece::Text, values_);
+    const std::string text = parsed_->expand(TemplatePiece::Text, values_, expectedBytes());
     return parsed_->wrap() == 0 ? text : wrapped(text, parsed_->wrap());
   }
-  std::string htmlbody() override { return parsed_->expand(TemplatePiece::Html, values_); }
+  std::string htmlbody() override { return parsed_->expand(TemplatePiece::Html, values_, expectedBytes()); }
 
  private:
-  std::string decoded(const std::string& raw) const {
-    Buffer text;
-    stringToUtf8(raw, text, fallbacks_);
-    return {text.data() ? text.data() : "", text.length()};
-  }
+  std::size_t expectedBytes() const { return kUsualFrame + rows_ * kUsualRow; }
+
+  std::string decoded(const std::string& raw) const { return decodedHeader(raw, fallbacks_); }
 
   void setHeldText(const std::string& name, const std::string& text) {
-    open_.back()->set(name, shortened(text, kMaxHeldText));
+    const bool fits = text.size() <= kMaxHeldText;  // has no more characters than bytes
+    open_.back()->set(name, fits ? text : shortened(text, kMaxHeldText));
   }
 
   /// The sender as name and address, so that a name which looks like an address does not pass for one. The address is
@@ -184,7 +188,8 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
 
   std::shared_ptr<const ReportTemplate> parsed_;
   const QRLStaticCharSetFallbacks* fallbacks_ = nullptr;
-  ReportValues values_;
+  ReportMemory memory_;
+  ReportValues values_{memory_};
   std::vector<ReportValues*> open_{&values_};  // innermost last; owned by values_
   std::string zoneOfBegin_;
   unsigned rows_ = 0;

@@ -5,11 +5,14 @@
 // last fallback fits anything, so before it stands one question: did the named charset (UTF-8 where none is named) make
 // sense of more characters than not? Then the text is damaged, cut in mid-character say, and not in another charset.
 
+#include "host/mail_builder/decode.h"
+
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "host/mail_builder/byte_run.h"
 #include "host/mail_builder/charsets.h"
 #include "host/mail_builder/encoded_words.h"
 #include "host/mail_builder/utf8.h"
@@ -176,12 +179,23 @@ std::string decode(std::string_view raw, const std::vector<std::string>& fallbac
   return decoder.takeText();
 }
 
+/// Whether the value reads as it is written: printable ASCII without encoded words.
+bool isPlain(const std::string& raw) {
+  return Host::runOf(raw, [](char c) { return (c >= 0x20) & (c < 0x7f); }) == raw.size() &&
+         raw.find("=?") == std::string::npos;
+}
+
 }  // namespace
 
-void stringToUtf8(const std::string& raw, Buffer& out, const QRLStaticCharSetFallbacks* fallbacks) {
+std::string Host::decodedHeader(const std::string& raw, const QRLStaticCharSetFallbacks* fallbacks) {
+  if (isPlain(raw)) return raw;
   const RefQRLStaticCharSetFallbacks standard = RefQRLStaticCharSetFallbacks::instance();
   if (!fallbacks) fallbacks = standard.get();
-  out.assign(Host::oneLine(decode(unfolded(raw), fallbacks->charsets())));
+  return oneLine(decode(unfolded(raw), fallbacks->charsets()));
+}
+
+void stringToUtf8(const std::string& raw, Buffer& out, const QRLStaticCharSetFallbacks* fallbacks) {
+  out.assign(Host::decodedHeader(raw, fallbacks));
 }
 
 }  // namespace Velmar

@@ -14,6 +14,7 @@
 #include <memory>
 #include <utility>
 
+#include "host/mail_builder/byte_run.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
@@ -85,6 +86,13 @@ icu::BreakIterator& characterBreaker() {
   return *kBreaker;
 }
 
+/// Where what readers see as characters end: in ASCII, behind each byte.
+class AsciiCharacters {
+ public:
+  explicit AsciiCharacters(std::string_view) {}
+  static std::size_t endOf(std::size_t from) { return from + 1; }
+};
+
 /// Where what readers see as characters end.
 class Characters {
  public:
@@ -117,10 +125,13 @@ std::size_t bytesOf(UChar32 c, LinkBreak links) {
 }
 
 /// Takes over a text bit by bit and breaks what would become a link: a dot within a name, an "@" before one, "://". On
-/// a page very long words too.
+/// a page very long words too. Char: char for a text of nothing but ASCII, else char16_t.
+template <class Char>
 class LinkBreaker {
  public:
-  LinkBreaker(std::u16string_view text, LinkBreak links) : text_(text), links_(links) {}
+  LinkBreaker(std::basic_string_view<Char> text, LinkBreak links) : text_(text), links_(links) {
+    out_.reserve(text.size() + text.size() / 4);
+  }
 
   void add(std::size_t from, std::size_t to) {
     for (std::size_t i = from; i < to; i = next(i)) add(i);
@@ -137,17 +148,20 @@ class LinkBreaker {
   }
 
   UChar32 at(std::size_t i) const {
+    if constexpr (sizeof(Char) == 1) return text_[i];
     UChar32 c = 0;
     U16_GET(text_.data(), std::size_t{0}, i, text_.size(), c);
     return c;
   }
 
   std::size_t next(std::size_t i) const {
+    if constexpr (sizeof(Char) == 1) return i + 1;
     U16_FWD_1(text_.data(), i, text_.size());
     return i;
   }
 
   std::size_t previous(std::size_t i) const {
+    if constexpr (sizeof(Char) == 1) return i - 1;
     U16_BACK_1(text_.data(), std::size_t{0}, i);
     return i;
   }
@@ -160,7 +174,9 @@ class LinkBreaker {
     return links_ == LinkBreak::kHidden || (u_isalpha(at(i + 1)) && isWordAt(next(i + 1)));
   }
 
-  bool isScheme(std::size_t i) const { return text_[i] == ':' && text_.substr(i, 3) == u"://"; }
+  bool isScheme(std::size_t i) const {
+    return text_[i] == ':' && i + 2 < text_.size() && text_[i + 1] == '/' && text_[i + 2] == '/';
+  }
 
   void put(UChar32 c) {
     if (isAscii(c)) {
@@ -189,7 +205,7 @@ class LinkBreaker {
     if (broken) put(hidden ? kZeroWidthSpace : ']');
   }
 
-  std::u16string_view text_;
+  std::basic_string_view<Char> text_;
   LinkBreak links_;
   std::string out_;
   std::size_t bytes_ = 0;
@@ -197,10 +213,11 @@ class LinkBreaker {
 };
 
 /// The text with its links broken, as far as its characters and their bytes are within bounds.
-std::string shown(std::u16string_view text, std::size_t characters, LinkBreak links) {
+template <class Readers, class Char>
+std::string shown(std::basic_string_view<Char> text, std::size_t characters, LinkBreak links) {
   const std::size_t bytes = characters * kMaxBytes;
-  Characters readers(text);
-  LinkBreaker taken(text, links);
+  Readers readers(text);
+  LinkBreaker<Char> taken(text, links);
   std::size_t kept = 0;  // of the text taken over, with room for an ellipsis
   std::size_t seen = 0;
   for (std::size_t from = 0, to = 0; from < text.size(); from = to) {
@@ -237,8 +254,11 @@ bool showsNothing(std::string_view text) {
 }
 
 std::string inertText(std::string_view text, std::size_t characters, LinkBreak links) {
+  characters = std::max<std::size_t>(characters, 1);
+  if (runOf(text, [](char c) { return (c & 0x80) == 0; }) == text.size())
+    return shown<AsciiCharacters>(text, characters, links);
   const VisibleText visible = visibleText(text);
-  return shown(visible.text(), std::max<std::size_t>(characters, 1), links);
+  return shown<Characters>(std::u16string_view(visible.text()), characters, links);
 }
 
 }  // namespace Velmar::Host

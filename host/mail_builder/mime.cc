@@ -70,7 +70,7 @@ class MailWriter {
 
  private:
   std::size_t expectedSize() const {
-    std::size_t bytes = kUsualFraming + (content_.plain.size() + content_.html.size()) / 15 * 16;
+    std::size_t bytes = kUsualFraming + (content_.plain.size() + content_.html.size()) / 4 * 5;
     for (const InlineImage& image : content_.images) bytes += image.bytes.size() / 2 * 3;
     return bytes;
   }

@@ -105,26 +105,23 @@ std::string boundaryToken(const std::string& messageId) {
 }  // namespace
 
 struct VXMPopulateEmail::Impl {
-  bool suppressDsn = false;
   std::optional<std::string> to;
   std::optional<std::string> from;
   std::optional<std::string> subject;
   std::optional<std::string> messageId;
-  std::optional<std::string> plain;
-  std::optional<std::string> html;
-  std::string sender;
+  bool plain = false;
+  bool html = false;
+  Host::QueuedMail mail;  ///< has the bodies from the start: they may be large
   std::vector<Host::InlineImage> images;
   std::string token = Host::randomToken(8);  // makes the content ids unlike those of other mails
 
   void checkComplete() const {
-    const std::pair<const char*, const std::optional<std::string>*> parts[] = {{"To", &to},
-                                                                               {"From", &from},
-                                                                               {"Subject", &subject},
-                                                                               {"Message-ID", &messageId},
-                                                                               {"plain-text body", &plain},
-                                                                               {"HTML body", &html}};
-    for (const auto& [name, value] : parts) {
-      if (!*value) throw refused(std::string("mail without ") + name, __LINE__);
+    const std::pair<const char*, bool> parts[] = {
+        {"To", to.has_value()},           {"From", from.has_value()},
+        {"Subject", subject.has_value()}, {"Message-ID", messageId.has_value()},
+        {"plain-text body", plain},       {"HTML body", html}};
+    for (const auto& [name, given] : parts) {
+      if (!given) throw refused(std::string("mail without ") + name, __LINE__);
     }
   }
 };
@@ -132,7 +129,7 @@ struct VXMPopulateEmail::Impl {
 VXMPopulateEmail::VXMPopulateEmail() : impl_(std::make_unique<Impl>()) {}
 VXMPopulateEmail::~VXMPopulateEmail() = default;
 
-void VXMPopulateEmail::suppress_dsn(bool suppress) { impl_->suppressDsn = suppress; }
+void VXMPopulateEmail::suppress_dsn(bool suppress) { impl_->mail.suppressDsn = suppress; }
 
 void VXMPopulateEmail::header_to(const std::string& value) { impl_->to = checkedHeader("To", value); }
 void VXMPopulateEmail::header_from(const std::string& value) { impl_->from = checkedHeader("From", value); }
@@ -140,17 +137,19 @@ void VXMPopulateEmail::header_subject(const std::string& value) { impl_->subject
 void VXMPopulateEmail::header_message_id(const std::string& value) { impl_->messageId = checkedMessageId(value); }
 
 void VXMPopulateEmail::sender(const std::string& address) {
-  impl_->sender = address.empty() ? address : checkedAddress("envelope sender", address);
+  impl_->mail.sender = address.empty() ? address : checkedAddress("envelope sender", address);
 }
 
 void VXMPopulateEmail::alternative_plain(const std::string& body, const std::string& charset) {
   checkCharset(charset);
-  impl_->plain = Host::cleanLines(body);
+  impl_->mail.text = Host::cleanLines(body);
+  impl_->plain = true;
 }
 
 void VXMPopulateEmail::alternative_html(const std::string& body, const std::string& charset) {
   checkCharset(charset);
-  impl_->html = Host::cleanLines(body);
+  impl_->mail.html = Host::cleanLines(body);
+  impl_->html = true;
 }
 
 std::string VXMPopulateEmail::add_image_inline(const std::string& path, ContentType::SubType type) {
@@ -162,15 +161,11 @@ std::string VXMPopulateEmail::add_image_inline(const std::string& path, ContentT
 
 int VXMPopulateEmail::send_queued_not_scanned(const std::string& recipients) {
   impl_->checkComplete();
-  Host::QueuedMail mail;
+  Host::QueuedMail& mail = impl_->mail;
   mail.recipients = checkedRecipients(recipients);
   mail.id = LW::createQueueId(nullptr);
-  mail.sender = impl_->sender;
-  mail.suppressDsn = impl_->suppressDsn;
-  mail.html = *impl_->html;
-  mail.text = *impl_->plain;
-  const Host::MailContent content{*impl_->from,  *impl_->to,   *impl_->subject, *impl_->messageId,
-                                  *impl_->plain, *impl_->html, impl_->images};
+  const Host::MailContent content{*impl_->from, *impl_->to, *impl_->subject, *impl_->messageId,
+                                  mail.text,    mail.html,  impl_->images};
   mail.content = Host::assembleMail(content, boundaryToken(*impl_->messageId));
   Host::acceptMail(mail);
   return 0;

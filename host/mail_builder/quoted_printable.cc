@@ -6,36 +6,32 @@
 #include <algorithm>
 #include <array>
 
+#include "host/mail_builder/byte_run.h"
+
 namespace Velmar::Host {
 namespace {
 
 constexpr std::size_t kRoom = 75;  // characters before the "=" of a soft line break
 constexpr std::string_view kSoftBreak = "=\r\n";
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+/// A tab within a line is one too, but too rare to be looked for.
+bool isLiteral(char c) { return (c >= ' ') & (c <= '~') & (c != '='); }
 
-constexpr std::array<bool, 256> literals() {
-  std::array<bool, 256> table{};
-  for (std::size_t c = ' '; c <= '~'; ++c) table[c] = c != '=';
-  table['\t'] = true;
-  return table;
-}
-constexpr std::array<bool, 256> kLiterals = literals();
-
-bool isLiteral(char c) { return kLiterals[static_cast<unsigned char>(c)]; }
-
-/// Appends the octets of one line.
+/// Appends octets, line by line. They are gathered, because a string takes longer for each bit than for its bytes.
 class LineEncoder {
  public:
   explicit LineEncoder(std::string& out) : out_(out) {}
+  LineEncoder(const LineEncoder&) = delete;
+  LineEncoder& operator=(const LineEncoder&) = delete;
+  ~LineEncoder() { flush(); }
 
   void addLiterals(std::string_view run) {
     while (run.size() > room_) {
-      out_ += run.substr(0, room_);
+      put(run.substr(0, room_));
       run.remove_prefix(room_);
       breakLine();
     }
-    out_ += run;
+    put(run);
     room_ -= run.size();
   }
 
@@ -44,41 +40,59 @@ class LineEncoder {
     const auto value = static_cast<unsigned char>(octet);
     if (room_ < 3) breakLine();
     const char digits[] = {'=', kDigits[value >> 4], kDigits[value & 15]};
-    out_.append(digits, sizeof digits);
+    put({digits, sizeof digits});
     room_ -= sizeof digits;
+  }
+
+  void endLine() {
+    put("\r\n");
+    room_ = kRoom;
   }
 
  private:
   void breakLine() {
-    out_ += kSoftBreak;
+    put(kSoftBreak);
     room_ = kRoom;
   }
 
+  /// At most a line.
+  void put(std::string_view bytes) {
+    if (bytes.size() > gathered_.size() - used_) flush();
+    std::copy(bytes.begin(), bytes.end(), gathered_.begin() + used_);
+    used_ += bytes.size();
+  }
+
+  void flush() {
+    out_.append(gathered_.data(), used_);
+    used_ = 0;
+  }
+
   std::string& out_;
+  std::array<char, 4096> gathered_;
+  std::size_t used_ = 0;
   std::size_t room_ = kRoom;
 };
-
-void appendLine(std::string_view line, std::string& out) {
-  LineEncoder encoder(out);
-  const bool endsBlank = !line.empty() && isBlank(line.back());  // would be lost on the way
-  const std::string_view front = line.substr(0, line.size() - (endsBlank ? 1 : 0));
-  for (auto at = front.begin(); at != front.end();) {
-    const auto end = std::find_if_not(at, front.end(), isLiteral);
-    encoder.addLiterals({at, end});
-    at = std::find_if(end, front.end(), isLiteral);
-    std::for_each(end, at, [&encoder](char octet) { encoder.addEncoded(octet); });
-  }
-  if (endsBlank) encoder.addEncoded(line.back());
-}
 
 }  // namespace
 
 void appendQuotedPrintable(std::string_view text, std::string& out) {
-  for (std::size_t from = 0; from < text.size();) {
-    const std::size_t end = std::min(text.find('\n', from), text.size());
-    appendLine(text.substr(from, end - from), out);
-    if (end < text.size()) out += "\r\n";
-    from = end + 1;
+  LineEncoder encoder(out);
+  while (!text.empty()) {
+    const std::size_t run = runOf(text, isLiteral);
+    const bool endsLine = run == text.size() || text[run] == '\n';
+    const bool endsBlank = endsLine && run > 0 && text[run - 1] == ' ';  // would be lost on the way
+    encoder.addLiterals(text.substr(0, run - (endsBlank ? 1 : 0)));
+    if (endsBlank) encoder.addEncoded(text[run - 1]);
+    if (run == text.size()) return;
+    const std::string_view rest = text.substr(run);
+    if (endsLine) {
+      encoder.endLine();
+    } else if (rest.size() > 1 && rest[0] == '\t' && rest[1] != '\n') {
+      encoder.addLiterals(rest.substr(0, 1));
+    } else {
+      encoder.addEncoded(rest[0]);
+    }
+    text.remove_prefix(run + 1);
   }
 }
 

@@ -194,11 +194,13 @@ std::string ReportTemplate::countSection(std::int32_t count) const {
   return all_.find("{{#" + name + "}}") == std::string::npos ? "COUNT_OTHER" : name;
 }
 
-std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const {
+std::string ReportTemplate::expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values,
+                                   std::size_t expectedBytes) const {
   if (!error_.empty()) {
     throw Exception("TemplateException", 4, "ReportTemplate", __LINE__, "template " + name_ + ": " + error_);
   }
   std::string text;
+  text.reserve(expectedBytes);
   if (!pieces_[placeOf(piece)]->ExpandWithData(&text, &values, nullptr)) {
     throw Exception("TemplateException", 4, "ReportTemplate", __LINE__,
                     "template " + name_ + ": " + kPieces[placeOf(piece)].file + " cannot be expanded");

@@ -55,9 +55,11 @@ class ReportTemplate {
   /// names none), COUNT_OTHER when the template has no section of that class. Only of a usable template.
   std::string countSection(std::int32_t count) const;
 
-  /// The piece with the dictionary's values. What a modifier throws passes through.
+  /// The piece with the dictionary's values. What a modifier throws passes through. `expectedBytes` may be wrong: it
+  /// spares a large text from moving while it grows.
   /// Throws Exception when the template is not usable or cannot be expanded.
-  std::string expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values) const;
+  std::string expand(TemplatePiece piece, const ctemplate::TemplateDictionaryInterface& values,
+                     std::size_t expectedBytes = 0) const;
 
  private:
   bool parse(TemplatePiece piece, const std::string& text, const std::string& place = {});

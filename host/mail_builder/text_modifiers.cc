@@ -5,6 +5,7 @@
 #include <ctemplate/template_emitter.h>
 #include <ctemplate/template_modifiers.h>
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
 #include <memory>
@@ -57,13 +58,16 @@ std::size_t charactersOf(std::string_view argument) {
 std::string percentDecoded(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  while (!text.empty()) {
+    const std::size_t plain = std::min(text.find('%'), text.size());
+    bytes.append(text.substr(0, plain));
+    text.remove_prefix(plain);
+    if (text.empty()) break;
     unsigned char byte = 0;
-    const char* digits = text.data() + i + 1;
     const bool escape =
-        text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
-    bytes += escape ? static_cast<char>(byte) : text[i];
-    if (escape) i += 2;
+        text.size() > 2 && std::from_chars(text.data() + 1, text.data() + 3, byte, 16).ptr == text.data() + 3;
+    bytes += escape ? static_cast<char>(byte) : '%';
+    text.remove_prefix(escape ? 3 : 1);
   }
   return bytes;
 }

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "host/mail_builder/byte_run.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
@@ -44,7 +45,7 @@ std::size_t columnsOf(UChar32 c) {
 }
 
 bool isAscii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) { return isAscii(c); });
+  return runOf(text, [](char c) { return (c & 0x80) == 0; }) == text.size();
 }
 
 /// Never more than the text has bytes.

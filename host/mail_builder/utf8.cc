@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "host/mail_builder/byte_run.h"
+
 namespace Velmar::Host {
 namespace {
 
@@ -29,25 +31,29 @@ void forEachCharacter(std::string_view text, Visit visit) {
   }
 }
 
-/// lines  LF and tab are kept
-std::string cleaned(std::string_view bytes, bool lines) {
-  const auto isPlain = [lines](char c) { return (c >= 0x20 && c < 0x7f) || (lines && (c == '\n' || c == '\t')); };
-  if (std::all_of(bytes.begin(), bytes.end(), isPlain)) return std::string(bytes);
+bool isPrintable(char c) { return (c >= 0x20) & (c < 0x7f); }
+
+/// The bytes with all but those that are plain looked at, character by character.
+template <class IsPlain>
+std::string cleaned(std::string_view bytes, IsPlain isPlain) {
   std::string text;
   text.reserve(bytes.size());
   while (!bytes.empty()) {
-    std::size_t plain = 0;
-    while (plain < bytes.size() && isPlain(bytes[plain])) ++plain;
+    const std::size_t plain = runOf(bytes, isPlain);
     text.append(bytes.substr(0, plain));
     bytes.remove_prefix(plain);
-    std::size_t other = 0;
-    while (other < bytes.size() && !isPlain(bytes[other])) ++other;
+    const std::size_t other = runOf(bytes, [isPlain](char c) { return !isPlain(c); });
     forEachCharacter(bytes.substr(0, other), [&text](UChar32 c, std::string_view sequence) {
       text.append(c < 0 ? kReplacement : isControl(c) ? std::string_view(" ") : sequence);
     });
     bytes.remove_prefix(other);
   }
   return text;
+}
+
+/// LF and tab are kept.
+std::string cleanedLines(std::string_view bytes) {
+  return cleaned(bytes, [](char c) { return isPrintable(c) | (c == '\n') | (c == '\t'); });
 }
 
 }  // namespace
@@ -61,17 +67,17 @@ TextQuality utf8Quality(std::string_view bytes) {
   return quality;
 }
 
-std::string oneLine(std::string_view bytes) { return cleaned(bytes, false); }
+std::string oneLine(std::string_view bytes) { return cleaned(bytes, isPrintable); }
 
 std::string cleanLines(std::string_view bytes) {
-  if (bytes.find('\r') == std::string_view::npos) return cleaned(bytes, true);
+  if (bytes.find('\r') == std::string_view::npos) return cleanedLines(bytes);
   std::string unix;
   unix.reserve(bytes.size());
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (bytes.substr(i, 2) == "\r\n") ++i;
     unix += bytes[i] == '\r' ? '\n' : bytes[i];
   }
-  return cleaned(unix, true);
+  return cleanedLines(unix);
 }
 
 std::string shortened(std::string_view text, std::size_t characters) {
