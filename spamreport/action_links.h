@@ -6,6 +6,7 @@
 // Pure functions; inputs are taken as they stand, nothing is validated.
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 
 namespace Velmar {
@@ -23,8 +24,18 @@ std::string deleteAllToken(const std::string& owner, std::int64_t periodEnd, std
 /// ":" OWNER ":" ID ":" HASH. It begins with a colon and the id is not escaped.
 std::string webToken(const std::string& owner, const std::string& messageId, const std::string& accessHash);
 
+/// Escapes texts for a URL, whatever the process's locale. It is dearer to make than to use. Used by one thread.
+class UrlEscaper {
+ public:
+  UrlEscaper();
+  std::string operator()(const std::string& text);
+
+ private:
+  std::ostringstream out_;
+};
+
 /// OWNER ":" escaped(ID). No hash.
-std::string mailToken(const std::string& owner, const std::string& messageId);
+std::string mailToken(const std::string& owner, const std::string& messageId, UrlEscaper& escaped);
 
 std::string releaseUrl(const std::string& baseUrl, const std::string& webToken);
 std::string deleteUrl(const std::string& baseUrl, const std::string& webToken);

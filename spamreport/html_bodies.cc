@@ -41,6 +41,7 @@ struct ReportLinks {
   std::string deleteAll;  ///< the delete-all token
   bool web;
   bool mail;
+  UrlEscaper escaped;
 };
 
 void makeTableHeader(const TemplateHandle& mailTemplate, const ReportLinks& links) {
@@ -59,15 +60,15 @@ void makeRowWebActions(const TemplateHandle& mailTemplate, const ReportLinks& li
   mailTemplate->endSection();
 }
 
-void makeRowMailActions(const TemplateHandle& mailTemplate, const ReportLinks& links, const std::string& messageId) {
-  const std::string token = mailToken(links.owner, messageId);
+void makeRowMailActions(const TemplateHandle& mailTemplate, ReportLinks& links, const std::string& messageId) {
+  const std::string token = mailToken(links.owner, messageId, links.escaped);
   mailTemplate->beginSection("SPAM_EMAIL_ACTION");
   mailTemplate->set("RELEASE_EMAIL_ADDR", mailAction(links.releaseAddress, token));
   mailTemplate->set("DELETE_EMAIL_ADDR", mailAction(links.deleteAddress, token));
   mailTemplate->endSection();
 }
 
-void makeRow(const TemplateHandle& mailTemplate, const ReportLinks& links, const CachedMessage& message, bool odd,
+void makeRow(const TemplateHandle& mailTemplate, ReportLinks& links, const CachedMessage& message, bool odd,
              const std::string& language) {
   const std::string messageId = Spamreport::Base64MsgId(message);
   mailTemplate->beginSection("QUARANTINE_MESSAGES_TABLE");
@@ -106,9 +107,15 @@ void makeReportMailActions(const TemplateHandle& mailTemplate, const ReportLinks
 int Spamreport::makeBodies(TemplateHandle mailTemplate, const std::list<CachedMessage>& messages,
                            const std::string& /*recipientText*/, VXMPopulateEmail& /*mail*/) {
   if (!mailTemplate) return -1;
-  ReportLinks links{
-      recipient.asString(), releaseAddress.asString(), deleteAddress.asString(), webBaseUrl, accessHash, "",
-      webReleaseEnabled,    emailReleaseEnabled};
+  ReportLinks links{recipient.asString(),
+                    releaseAddress.asString(),
+                    deleteAddress.asString(),
+                    webBaseUrl,
+                    accessHash,
+                    "",
+                    webReleaseEnabled,
+                    emailReleaseEnabled,
+                    {}};
   makeTableHeader(mailTemplate, links);
   links.deleteAll = deleteAllToken(links.owner, periodEnd, periodSeconds, accessHash);
   const auto settings = CMF::RefSpamReportSettings::instance(false);
