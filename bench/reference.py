@@ -5,11 +5,13 @@
   reference.py run HOME SPOOL SINCE UNTIL
                                     reports for all mailboxes below HOME/DOMAIN/*, one file a mail in SPOOL; seconds
 
-The benchmarks run it beside the product on the same data. It escapes what it shows, and does no more than it must.
+The benchmarks run it beside the product on the same data and with the same page. It escapes what it shows, and does no
+more than it must.
 """
 import email.parser
 import email.policy
 import os
+import re
 import statistics
 import sys
 import time
@@ -23,46 +25,49 @@ import jinja2
 IMAGES = [os.path.join(os.path.dirname(__file__), "../share/images", name + ".png")
           for name in ("icon_titlelogo", "icon_release", "icon_delete", "icon_deleteall")]
 
-PAGE = """<!DOCTYPE html>
-<html lang="en"><head><meta charset="utf-8"><title>Spam quarantine</title></head>
-<body><img src="cid:{{ images[0] }}" alt="Logo"><h1>{{ rows|length }} messages held in your spam quarantine</h1>
-<p>{{ mailbox }}, {{ since }} to {{ until }}</p>
-<table><tr><th>Message</th><th>On the web</th><th>By mail</th></tr>
-{% for row in rows %}<tr class="{{ loop.cycle('odd', 'even') }}">
-<td><b dir="auto">{{ row.name }}</b> &lt;{{ row.address }}&gt;<br>{{ row.subject }}<br>{{ loop.index }}, {{ row.date }}</td>
-<td><a href="{{ row.release }}"><img src="cid:{{ images[1] }}" alt="">Release</a>
-<a href="{{ row.delete }}"><img src="cid:{{ images[2] }}" alt="">Delete</a></td>
-<td><a href="mailto:{{ row.release_mail }}">Release by mail</a>
-<a href="mailto:{{ row.delete_mail }}">Delete by mail</a></td></tr>
-{% endfor %}</table>
-<p><a href="{{ all }}"><img src="cid:{{ images[3] }}" alt="">Delete all</a></p></body></html>
-"""
-TEXT = """{{ rows|length }} messages held for {{ mailbox }}
-{{ since }} to {{ until }}
-{% for row in rows %}
-{{ loop.index }}. {{ row.date }}
-   {{ row.name }} <{{ row.address }}>
-   {{ row.subject }}
-   Release: {{ row.release }}
-   Delete: {{ row.delete }}
-   Release by mail: {{ row.release_mail }}
-   Delete by mail: {{ row.delete_mail }}
-{% endfor %}
-Delete all: {{ all }}
-"""
+HASH = "0123456789abcdef0123456789abcdef"
+TEMPLATES = os.path.join(os.environ["VELMAR_SHARE"], "templates/default")
+OF_ROWS = {"ROW_NUMBER", "ORIG_DATE", "ORIG_SUBJECT", "SENDER_NAME", "SENDER_ADDRESS", "RELEASE_URL", "DELETE_URL",
+           "RELEASE_EMAIL_ADDR", "DELETE_EMAIL_ADDR", "NO_SENDER", "NO_SUBJECT", "WITH_SENDER_NAME", "WITH_SENDER_ADDRESS"}
+
+
+def translated(file):
+    """A template of the product in the language of Jinja2. Its modifiers are left out, but for those of mail links."""
+    def tag(match):
+        kind, name, modifiers = match.groups()
+        if kind in ("!", "%"):
+            return ""
+        value = "row." + name if name in OF_ROWS else name
+        value = {"EVEN_ROW": "loop.index is even", "ROW_NUMBER": "loop.index"}.get(name, value)
+        if name == "QUARANTINE_MESSAGES_TABLE":
+            return "{% for row in rows %}" if kind == "#" else "{% endfor %}"
+        if kind:
+            return "{% if " + value + " %}" if kind == "#" else "{% endif %}"
+        if "x-img-cid" in modifiers:
+            return '<img src="cid:{{ %s }}" alt="">' % value
+        return "{{ " + value + {":x-mailto-to": "[0]", ":x-mailto-subject": "[1]"}.get(modifiers, "") + " }}"
+    with open(os.path.join(TEMPLATES, file), encoding="utf-8") as source:
+        return re.sub(r"\{\{([!%#/]?)([A-Z_]*)(.*?)\}\}", tag, source.read(), flags=re.S)
 
 
 class Reporter:
     def __init__(self):
-        self.page = jinja2.Environment(autoescape=True).from_string(PAGE)
-        self.text = jinja2.Environment().from_string(TEXT)
+        self.page = jinja2.Environment(autoescape=True, trim_blocks=True).from_string(translated("body.html.tpl"))
+        self.text = jinja2.Environment().from_string(translated("body.txt.tpl"))
         self.images = [open(path, "rb").read() for path in IMAGES]
 
     def mail(self, mailbox, rows, since, until):
         ids = [make_msgid(domain="bench.example") for _ in self.images]
-        values = {"mailbox": mailbox, "rows": rows, "since": date(since), "until": date(until),
-                  "images": [one[1:-1] for one in ids],
-                  "all": "https://mail.example.org/delete_all?mailbox=%s&since=%d&until=%d" % (quote(mailbox), since, until)}
+        subject = "delete_all:%s:%d:%d" % (mailbox, since, until)
+        values = {"rows": rows, "MAILBOX_ADDRESS": mailbox, "SITE_NAME": "mail.example.org", "TIME_ZONE": "UTC",
+                  "QUARANTINE_PERIOD_FROM": date(since), "QUARANTINE_PERIOD_TO": date(until),
+                  "QUARANTINE_MESSAGES_COUNT": len(rows), "COUNT_ONE": len(rows) == 1, "COUNT_OTHER": len(rows) != 1,
+                  "TABLE_HEADER": True, "SPAM_WEB_ACTION": True, "SPAM_EMAIL_ACTION": True, "SPAM_OTHER_ACTION": True,
+                  "DELETE_ALL_URL": "https://mail.example.org/releasecontrol?release=3:" + quote(subject),
+                  "DELETE_ALL_EMAIL_ADDR": "mailto:delete@example.org?subject=" + quote(subject),
+                  "DELETE_CONTROL_USER": "delete@example.org", "DELETE_ALL_SUBJECT": subject,
+                  "PREFERENCE_URL": "https://mail.example.org/mail"}
+        values.update(zip(("TITLE_LOGO", "ICON_RELEASE", "ICON_DELETE", "ICON_DELALL"), (one[1:-1] for one in ids)))
         mail = EmailMessage()
         mail["From"], mail["To"] = "Quarantine <release@example.org>", mailbox
         mail["Subject"] = "Quarantine report, messages held: %d" % len(rows)
@@ -81,9 +86,20 @@ def date(moment):
 def row(mailbox, name, sender, subject, moment):
     key = quote("%s:%s" % (mailbox, name.split(",")[0]))
     person, address = parseaddr(sender)
-    return {"name": person, "address": address, "subject": subject, "date": date(moment),
-            "release": "https://mail.example.org/release?id=" + key, "delete": "https://mail.example.org/delete?id=" + key,
-            "release_mail": "release@example.org?subject=" + key, "delete_mail": "delete@example.org?subject=" + key}
+    return {"SENDER_NAME": person, "SENDER_ADDRESS": address, "ORIG_SUBJECT": subject, "ORIG_DATE": date(moment),
+            "WITH_SENDER_NAME": person, "WITH_SENDER_ADDRESS": address, "NO_SENDER": not sender, "NO_SUBJECT": not subject,
+            "RELEASE_URL": "https://mail.example.org/releasecontrol?release=0:" + key + ":" + HASH,
+            "DELETE_URL": "https://mail.example.org/releasecontrol?release=1:" + key + ":" + HASH,
+            "RELEASE_EMAIL_ADDR": MailLink("release@example.org", key),
+            "DELETE_EMAIL_ADDR": MailLink("delete@example.org", key)}
+
+
+class MailLink(tuple):
+    def __new__(cls, address, subject):
+        return super().__new__(cls, (address, subject))
+
+    def __str__(self):
+        return "mailto:%s?subject=%s" % self
 
 
 def held(mailbox, directory, since, until):
