@@ -232,7 +232,7 @@ class HostTest(unittest.TestCase):
         cases = [
             ("anna@example.org", 1, r"BAD   group owners  .*LDAP[^\n]*\n.*4 released or deleted; 2 without.*"
              r"good  template +\"default\"\ngood  links +point to https://quarantine.example.org\n.*"
-             r"Verdict: a run now would report \d+ messages"),
+             r"Verdict: a run now would report \d+ message"),
             ("boris@EXAMPLE.org", 0, r"note  mailbox  \S+ carries the mark.*Verdict: no report: the user is deleted"),
             ("felix@example.org", 0, r'number 3, "felix@example.org", decides\nnote  profile  number 4.*'
              r"Verdict: no report: disabled by the anti-spam profile"),
