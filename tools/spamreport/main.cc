@@ -1,6 +1,8 @@
 // The command for administrators: reads the command line and calls one subcommand. The only source that knows the
 // command-line library, which takes long to compile. It decides nothing about reports.
 
+#include <malloc.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -270,7 +272,12 @@ int runCommandLine(int argc, char** argv) {
 }  // namespace
 }  // namespace Velmar::Tool
 
-int main(int argc, char** argv) try { return Velmar::Tool::runCommandLine(argc, argv); } catch (...) {
+int main(int argc, char** argv) try {
+  // A run makes one mail after the other: what is given back after each would be asked for again at once.
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  return Velmar::Tool::runCommandLine(argc, argv);
+} catch (...) {
   std::fputs("spamreport: out of memory\n", stderr);
   return Velmar::Tool::kFailed;
 }
