@@ -5,9 +5,6 @@
 
 #include "host/mail_builder/mime.h"
 
-#include <openssl/evp.h>
-
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -21,7 +18,6 @@
 namespace Velmar::Host {
 namespace {
 
-constexpr std::size_t kBase64Line = 76;      // characters, RFC 2045 section 6.8
 constexpr std::size_t kUsualFraming = 4096;  // header lines and boundaries
 
 /// A moment as RFC 5322 section 3.3 writes it, in the local zone and whatever the process's locale.
@@ -38,16 +34,6 @@ std::string dateText(std::time_t moment) {
                 kMonths[static_cast<std::size_t>(local.tm_mon)], local.tm_year + 1900, local.tm_hour, local.tm_min,
                 local.tm_sec, local.tm_gmtoff < 0 ? '-' : '+', minutes / 60, minutes % 60);
   return text.data();
-}
-
-/// Without line ends.
-std::string base64(std::string_view bytes) {
-  std::string digits(bytes.size() / 3 * 4 + 5, '\0');  // with the NUL that the encoder appends
-  const int length =
-      EVP_EncodeBlock(reinterpret_cast<unsigned char*>(digits.data()),
-                      reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
-  digits.resize(static_cast<std::size_t>(length));
-  return digits;
 }
 
 /// Writes the parts of a mail one after the other.
@@ -71,7 +57,7 @@ class MailWriter {
  private:
   std::size_t expectedSize() const {
     std::size_t bytes = kUsualFraming + (content_.plain.size() + content_.html.size()) / 4 * 5;
-    for (const InlineImage& image : content_.images) bytes += image.bytes.size() / 2 * 3;
+    for (const InlineImage& image : content_.images) bytes += image.base64.size();
     return bytes;
   }
 
@@ -113,10 +99,7 @@ class MailWriter {
     field("Content-ID", "<" + image.contentId + ">");
     field("Content-Transfer-Encoding", "base64");
     mail_ += "\r\n";
-    const std::string digits = base64(image.bytes);
-    for (std::string_view left = digits; !left.empty(); left.remove_prefix(std::min(left.size(), kBase64Line))) {
-      mail_.append(left.substr(0, kBase64Line)).append("\r\n");
-    }
+    mail_ += image.base64;
   }
 
   const MailContent& content_;

@@ -12,7 +12,7 @@ struct InlineImage {
   std::string contentId;  ///< without brackets
   std::string fileName;   ///< printable ASCII without quotes and backslashes
   const char* subtype;    ///< of "image/"
-  std::string bytes;      ///< at most 1 GiB
+  std::string base64;     ///< in lines that are ended by CR LF
 };
 
 /// What a report mail consists of, by reference. Header values are ready for the wire and checked.

@@ -1,14 +1,17 @@
-// Reads the images of reports, each once as long as it stays the same: every report of a run carries the same four. The
-// mail builder calls this for each image it attaches.
+// Reads and encodes the images of reports, each once as long as it stays the same: every report of a run carries the
+// same four. The mail builder calls this for each image it attaches.
 
 #include "host/mail_builder/report_image.h"
 
 #include <fcntl.h>
+#include <openssl/evp.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include "host/common/root.h"
@@ -23,8 +26,22 @@ constexpr std::size_t kMaxKept = 16;
 
 struct KeptImage {
   FileIdentity identity;
-  std::string bytes;
+  std::string lines;
 };
+
+/// Base64 in lines that are ended by CR LF.
+std::string base64Lines(std::string_view bytes) {
+  constexpr std::size_t kLine = 57;  // bytes, for 76 characters
+  std::string lines;
+  lines.reserve(bytes.size() / kLine * 78 + 80);
+  for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kLine))) {
+    unsigned char line[80];
+    const auto* from = reinterpret_cast<const unsigned char*>(bytes.data());
+    const int length = EVP_EncodeBlock(line, from, static_cast<int>(std::min(bytes.size(), kLine)));
+    lines.append(reinterpret_cast<const char*>(line), static_cast<std::size_t>(length)).append("\r\n");
+  }
+  return lines;
+}
 
 std::mutex keptMutex;
 
@@ -33,19 +50,19 @@ std::map<std::string, KeptImage>& kept() {
   return images;
 }
 
-bool findKept(const std::string& path, const FileIdentity& identity, std::string& bytes) {
+bool findKept(const std::string& path, const FileIdentity& identity, std::string& lines) {
   const std::lock_guard lock(keptMutex);
   const auto found = kept().find(path);
   if (found == kept().end() || found->second.identity != identity) return false;
-  bytes = found->second.bytes;
+  lines = found->second.lines;
   return true;
 }
 
-void keep(const std::string& path, const FileIdentity& identity, const std::string& bytes) {
+void keep(const std::string& path, const FileIdentity& identity, const std::string& lines) {
   if (!isSettled(identity)) return;
   const std::lock_guard lock(keptMutex);
   if (kept().size() >= kMaxKept && !kept().contains(path)) kept().clear();
-  kept()[path] = {identity, bytes};
+  kept()[path] = {identity, lines};
 }
 
 Exception cannotBeOpened(const std::string& name, const std::string& reason) {
@@ -69,19 +86,19 @@ Descriptor openImage(const std::string& path, const std::string& name, FileIdent
 std::string reportImage(const std::string& path) {
   const std::string own = underRoot(path);
   const std::string installed = shareDirectory() + "/images/" + path.substr(path.rfind('/') + 1);
-  std::string bytes;
+  std::string lines;
   FileIdentity identity = identityAt(own);
   const bool isOwn = identity != FileIdentity{};
   if (!isOwn) identity = identityAt(installed);
-  if (findKept(isOwn ? own : installed, identity, bytes)) return bytes;
+  if (findKept(isOwn ? own : installed, identity, lines)) return lines;
 
   Descriptor file = openImage(own, path, identity);
   const bool missing = !file.isOpen() && (errno == ENOENT || errno == ENOTDIR);
   if (missing) file = openImage(installed, installed, identity);
   if (!file.isOpen()) throw cannotBeOpened(path, errorText(errno));
-  bytes = readUpTo(file.get(), kMaxImage, "image " + path);
-  keep(missing ? installed : own, identity, bytes);
-  return bytes;
+  lines = base64Lines(readUpTo(file.get(), kMaxImage, "image " + path));
+  keep(missing ? installed : own, identity, lines);
+  return lines;
 }
 
 }  // namespace Velmar::Host
