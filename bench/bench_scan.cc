@@ -7,6 +7,7 @@
 // machine. The floor reads one message after the other.
 //
 // usage: bench_scan [MESSAGES...]     default 1000 10000 100000
+//        bench_scan list SECONDS      lists the newest SECONDS of the host in VELMAR_ROOT; for compare_scan.py
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -116,9 +117,21 @@ void compareAll(int count) {
   for (const int part : {10, 1}) compare(cur, count, count / part, 7, Bench::seconds, dropCaches);
 }
 
+void list(long period) {
+  Velmar::CachedMailbox mailbox(kMailbox);
+  mailbox.search(period, kNow);
+  for (const Velmar::CachedMessage& message : mailbox.getMessages()) {
+    std::printf("%lld %s  %s\n", static_cast<long long>(message.date), message.from.c_str(), message.subject.c_str());
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3 && std::strcmp(argv[1], "list") == 0) {
+    list(std::atol(argv[2]));
+    return 0;
+  }
   std::printf("%9s %8s %12s %12s %8s %8s\n", "messages", "window", "floor ms", "scan ms", "ratio", "peak MB");
   std::vector<int> counts;
   for (int i = 1; i < argc; ++i) counts.push_back(std::atoi(argv[i]));

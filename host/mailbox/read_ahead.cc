@@ -22,7 +22,7 @@ namespace {
 
 // So many messages show whether the scan waits; so many are touched at once when it does.
 constexpr std::size_t kSample = 8;
-constexpr std::size_t kAhead = 256;
+constexpr std::size_t kAhead = 4096;
 constexpr std::size_t kFewest = 16;  // that are worth the threads
 constexpr std::size_t kHelpers = 8;
 

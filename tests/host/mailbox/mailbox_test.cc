@@ -355,7 +355,7 @@ TEST_F(Mailbox, AMessageWhoseTimeCannotBeToldIsUnreadable) {
 // Threads that read ahead change nothing but time, whatever they meet, and take neither signals nor the last
 // descriptors.
 TEST_F(Mailbox, AScanThatWaitsForTheDiskReadsAhead) {
-  constexpr int kHeld = 400;  // more than one stretch that is read ahead
+  constexpr int kHeld = 400;
   Keys want;
   for (int i = 100; i < 100 + kHeld; ++i) {
     const std::string key = std::to_string(i) + (i % 2 ? ".a" : ".a:2,S");
