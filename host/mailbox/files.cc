@@ -42,17 +42,19 @@ Descriptor openSubdirectory(const Descriptor& parent, const char* name, const st
   return directory;
 }
 
-DirectoryStream readingStream(Descriptor directory, const std::string& path) {
-  DirectoryStream stream(::fdopendir(directory.get()));
-  if (!stream) throw systemError(__LINE__, "cannot list directory", path, errno);
-  directory.release();
-  return stream;
+bool DirectoryReader::fill() {
+  const ssize_t got = ::getdents64(directory_.get(), entries_, sizeof entries_);
+  // A directory that was removed while it was open has no entries (any more).
+  if (got < 0 && errno != ENOENT) throw systemError(__LINE__, "cannot list directory", path_, errno);
+  at_ = 0;
+  end_ = got > 0 ? static_cast<std::size_t>(got) : 0;
+  return end_ > 0;
 }
 
-const dirent* nextEntry(DIR* stream, const std::string& path) {
-  errno = 0;
-  const dirent* entry = ::readdir(stream);
-  if (!entry && errno != 0) throw systemError(__LINE__, "cannot list directory", path, errno);
+const dirent64* DirectoryReader::next() {
+  if (at_ == end_ && !fill()) return nullptr;
+  const auto* const entry = reinterpret_cast<const dirent64*>(entries_ + at_);
+  at_ += entry->d_reclen;
   return entry;
 }
 

@@ -1,23 +1,16 @@
 #pragma once
 
-// Owning types for descriptors and directory streams, and the way every directory of a mailbox is opened.
+// The way every directory of a mailbox is opened and read.
 
 #include <dirent.h>
 
-#include <memory>
+#include <cstddef>
 #include <string>
-#include <utility>
 
 #include "host/common/descriptor.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
-
-struct CloseDirectory {
-  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
-};
-/// Owns one directory stream; empty = none.
-using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;
 
 /// The exception "WHAT PATH: the system's text for `error`".
 Exception systemError(int line, const std::string& what, const std::string& path, int error);
@@ -36,10 +29,24 @@ Descriptor openDirectory(const std::string& path, int flags);
 /// it could not look.
 Descriptor openSubdirectory(const Descriptor& parent, const char* name, const std::string& path, int flags);
 
-/// A stream over an open directory. Throws Exception.
-DirectoryStream readingStream(Descriptor directory, const std::string& path);
+/// Reads the entries of an open directory, from where it stands to its end. The C library's streams ask the system for
+/// more than that, which counts where mailboxes are small and many. Large: for the stack.
+class DirectoryReader {
+ public:
+  /// Both arguments outlive the object; `path` is for messages.
+  DirectoryReader(const Descriptor& directory, const std::string& path) : directory_(directory), path_(path) {}
 
-/// The next entry; null at the end. Throws Exception, naming `path`, when the directory cannot be read on.
-const dirent* nextEntry(DIR* stream, const std::string& path);
+  /// The next entry, valid until the next call; null at the end. Throws Exception when the directory cannot be read on.
+  const dirent64* next();
+
+ private:
+  bool fill();
+
+  const Descriptor& directory_;
+  const std::string& path_;
+  std::size_t at_ = 0;
+  std::size_t end_ = 0;
+  alignas(dirent64) char entries_[std::size_t{32} << 10];
+};
 
 }  // namespace Velmar::Host

@@ -14,6 +14,7 @@
 #include "host/mailbox/maildir.h"
 #include "host/mailbox/maildir_name.h"
 #include "host/mailbox/message_file.h"
+#include "host/mailbox/read_ahead.h"
 #include "host/mailbox/shared_identifier.h"
 #include "host/mailbox/unreadable.h"
 
@@ -103,6 +104,7 @@ class MaildirMailbox final : public VXMailboxBase {
 
   VXMessageRef next() override {
     while (scan_.left > 0 && scan_.position < scan_.messages.size()) {
+      scan_.ahead.before(maildir_, scan_.messages, scan_.position, static_cast<std::size_t>(scan_.left));
       const ListedMessage& listed = scan_.messages[scan_.position++];
       VXMessageRef message = read(listed);
       if (!message) continue;
@@ -126,6 +128,7 @@ class MaildirMailbox final : public VXMailboxBase {
     TimeWindow window{0, 0};
     Listing messages;
     std::size_t position = 0;
+    ReadAhead ahead;
     int left = 0;   // how many messages the scope still allows
     Listing fresh;  // where messages were when one of them was last missed
     int newListings = 0;

@@ -35,6 +35,11 @@ bool exists(const Descriptor& parent, const std::string& name, const std::string
   throw systemError(__LINE__, "cannot examine", parentPath + "/" + name, errno);
 }
 
+bool isDirectory(const dirent64& entry, const Descriptor& parent, const std::string& parentPath) {
+  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+  return exists(parent, entry.d_name, parentPath, S_IFDIR);
+}
+
 std::string domainDirectory(const std::string& domain) {
   return underRoot("/home/" + checkedComponent("domain", domain));
 }
@@ -52,15 +57,14 @@ bool mailboxExists(const std::string& address) {
 
 std::vector<std::string> mailboxesOfDomain(const std::string& domain) {
   const std::string path = domainDirectory(domain);
-  const Descriptor directory = openDirectory(path, O_PATH);
-  Descriptor listed = openDirectory(path, O_RDONLY);
-  if (!directory || !listed) return {};
-  const DirectoryStream stream = readingStream(std::move(listed), path);
+  const Descriptor directory = openDirectory(path, O_RDONLY);
+  if (!directory) return {};
+  DirectoryReader entries(directory, path);
   std::vector<std::string> addresses;
-  while (const dirent* entry = nextEntry(stream.get(), path)) {
+  while (const dirent64* entry = entries.next()) {
     const std::string name = entry->d_name;
     std::optional<std::string> address = addressOf(name, domain);
-    if (!address || !exists(directory, name, path, S_IFDIR)) continue;
+    if (!address || !isDirectory(*entry, directory, path)) continue;
     if (!exists(directory, name + "/" + kDeletedMark, path, 0)) addresses.push_back(std::move(*address));
   }
   std::sort(addresses.begin(), addresses.end());

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,7 +17,6 @@
 namespace Velmar::Host {
 namespace {
 
-constexpr int kMaxPasses = 2;
 // Directory times advance with the kernel's clock tick (at most 10 ms); a change within this span may leave no trace.
 constexpr long kTimeGrain = 20'000'000;  // nanoseconds
 
@@ -49,7 +49,7 @@ FileTime modificationTime(int folder, const char* name) {
   return {status.st_mtime};
 }
 
-bool mayBeMessage(const dirent& entry) {
+bool mayBeMessage(const dirent64& entry) {
   return entry.d_name[0] != '.' && (entry.d_type == DT_REG || entry.d_type == DT_UNKNOWN);
 }
 
@@ -94,54 +94,54 @@ const ListedMessage* Listing::find(std::int64_t time, std::string_view uniqueNam
 
 Maildir::Maildir(Descriptor directory, std::string path)
     : directory_(std::move(directory)),
-      folders_{{"new", MaildirFolder::New, path + "/new", nullptr},
-               {"cur", MaildirFolder::Cur, path + "/cur", nullptr}} {}
-
-void Maildir::openFolder(Folder& folder) {
-  folder.stream.reset();
-  Descriptor descriptor = openSubdirectory(directory_, folder.name, folder.path, O_RDONLY);
-  if (descriptor) folder.stream = readingStream(std::move(descriptor), folder.path);
-}
+      folders_{{"new", MaildirFolder::New, path + "/new", Descriptor()},
+               {"cur", MaildirFolder::Cur, path + "/cur", Descriptor()}} {}
 
 // Adds the messages of one folder; true when the folder changed about that time, so that a renamed one may be missing.
 bool Maildir::listFolder(Folder& folder, const TimeWindow& window, Listing& found) {
-  if (!folder.stream) return false;
-  DIR* const stream = folder.stream.get();
-  ::rewinddir(stream);
+  if (!folder.directory) return false;
+  const int directory = folder.directory.get();
+  DirectoryReader entries(folder.directory, folder.path);
   const std::int64_t start = now();
-  const std::int64_t before = changeTime(::dirfd(stream), folder.path);
-  while (const dirent* entry = nextEntry(stream, folder.path)) {
+  const std::int64_t before = changeTime(directory, folder.path);
+  while (const dirent64* entry = entries.next()) {
     if (!mayBeMessage(*entry)) continue;
     const std::string_view name = entry->d_name;
     std::optional<std::int64_t> time = deliveryTime(name);
     if (!time) {
-      const FileTime file = modificationTime(::dirfd(stream), entry->d_name);
+      const FileTime file = modificationTime(directory, entry->d_name);
       if (file.error != 0) found.addUnexamined(folder.path, name, file.error);
       time = file.time;
     }
     if (time && window.holds(*time)) found.add(*time, name, folder.kind, entry->d_type == DT_REG);
   }
-  const std::int64_t after = changeTime(::dirfd(stream), folder.path);
+  const std::int64_t after = changeTime(directory, folder.path);
   return after != before || after > start - kTimeGrain;
 }
 
 Listing Maildir::list(const TimeWindow& window) {
-  for (Folder& folder : folders_) openFolder(folder);
+  for (Folder& folder : folders_) {
+    folder.directory = Descriptor();  // first, for a program that has few
+    folder.directory = openSubdirectory(directory_, folder.name, folder.path, O_RDONLY);
+  }
   Listing found;
-  bool changed = true;
-  for (int pass = 0; changed && pass < kMaxPasses; ++pass) {
-    changed = false;
-    found.clearUnexamined();
-    // new/ before cur/: messages wander that way, so one that wanders during the listing is seen at least once.
+  // new/ before cur/: messages wander that way, so one that wanders during the listing is seen at least once.
+  const auto pass = [&] {
+    bool changed = false;
     for (Folder& folder : folders_) changed |= listFolder(folder, window, found);
+    return changed;
+  };
+  if (pass()) {
+    found.clearUnexamined();
+    for (const Folder& folder : folders_) ::lseek(folder.directory.get(), 0, SEEK_SET);
+    pass();
   }
   found.dropDoubles();
   return found;
 }
 
 int Maildir::descriptor(MaildirFolder folder) const noexcept {
-  DIR* const stream = folders_[static_cast<std::size_t>(folder)].stream.get();
-  return stream ? ::dirfd(stream) : -1;
+  return folders_[static_cast<std::size_t>(folder)].directory.get();
 }
 
 const std::string& Maildir::path(MaildirFolder folder) const noexcept {

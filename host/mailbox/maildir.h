@@ -96,10 +96,9 @@ class Maildir {
     const char* name;
     MaildirFolder kind;
     std::string path;
-    DirectoryStream stream;
+    Descriptor directory;
   };
 
-  void openFolder(Folder& folder);
   bool listFolder(Folder& folder, const TimeWindow& window, Listing& found);
 
   Descriptor directory_;

@@ -86,6 +86,14 @@ OpenedMessage MessageOpener::open(int folder, const char* name, bool regular, co
   return {Descriptor(), gone, gone || noFile ? 0 : error};
 }
 
+bool MessageOpener::touch(int folder, const char* name, int bound) noexcept {
+  const Descriptor file(openFile(folder, name));
+  if (file.get() >= bound) return false;
+  char block[kFirstRead];
+  if (file) readAt(file, block, sizeof block, 0);
+  return true;
+}
+
 std::optional<HeaderBlock> readHeader(const Descriptor& file) {
   char first[kFirstRead];
   const ssize_t got = readAt(file, first, sizeof first, 0);

@@ -33,6 +33,10 @@ class MessageOpener {
   /// of the message.
   OpenedMessage open(int folder, const char* name, bool regular, const std::string& folderPath);
 
+  /// Opens and reads as open() and readHeader() do at first, so that they need not wait for the disk afterwards; what
+  /// fails shows then. Does nothing more, and returns false, when the descriptor would be `bound` or higher.
+  bool touch(int folder, const char* name, int bound) noexcept;
+
  private:
   int openFile(int folder, const char* name);
 

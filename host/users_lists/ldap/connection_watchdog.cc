@@ -5,33 +5,15 @@
 #include "host/users_lists/ldap/connection_watchdog.h"
 
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <system_error>
 
+#include "host/common/signals_blocked.h"
+
 namespace Velmar::Host {
-namespace {
-
-/// As long as this lives, this thread, and what it starts, takes no signals: they are the program's business.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
-
-}  // namespace
+namespace {}  // namespace
 
 ConnectionWatchdog::ConnectionWatchdog(std::chrono::milliseconds limit) : limit_(limit) {
   const SignalsBlocked blocked;

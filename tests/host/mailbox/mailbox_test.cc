@@ -4,11 +4,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <thread>
 #include <utility>
 
@@ -21,7 +23,23 @@
 static thread_local int failingOpen = 0;
 static thread_local int failingOpenError = 0;
 
+// Other threads than the test's that opened something, or were ready to take a signal then; and whether opening waits,
+// as it does for a disk.
+static std::atomic<int> opensElsewhere{0};
+static std::atomic<int> signalsElsewhere{0};
+static std::atomic<bool> openingWaits{false};
+static thread_local bool isElsewhere = true;
+
+static void waitForDisk() {
+  std::this_thread::sleep_for(std::chrono::microseconds(50));
+  sigset_t blocked;
+  ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  if (isElsewhere) ++opensElsewhere;
+  if (isElsewhere && !::sigismember(&blocked, SIGTERM)) ++signalsElsewhere;
+}
+
 extern "C" int openat(int directory, const char* name, int flags, ...) {
+  if (openingWaits) waitForDisk();
   if (failingOpen > 0 && --failingOpen == 0) {
     errno = failingOpenError;
     return -1;
@@ -332,6 +350,44 @@ TEST_F(Mailbox, AMessageWhoseTimeCannotBeToldIsUnreadable) {
   EXPECT_THAT(rest(*scanned(0, 100)), ElementsAre("1.a"));
   EXPECT_THAT(events.take(), ElementsAre(unreadable("new/untimed", "Permission denied")));
   EXPECT_THROW(rest(*scanned(50, 100)), Exception);
+}
+
+// Threads that read ahead change nothing but time, whatever they meet, and take neither signals nor the last
+// descriptors.
+TEST_F(Mailbox, AScanThatWaitsForTheDiskReadsAhead) {
+  constexpr int kHeld = 400;
+  Keys want;
+  for (int i = 100; i < 100 + kHeld; ++i) {
+    const std::string key = std::to_string(i) + (i % 2 ? ".a" : ".a:2,S");
+    hold((i % 2 ? "new/" : "cur/") + key);
+    want.push_back(key);
+  }
+  const auto keys = [&](rlim_t descriptors) {
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{descriptors, before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    isElsewhere = false;
+    opensElsewhere = 0;
+    openingWaits = true;
+    const Ref<VXMailboxBase> box = scanned(100, INT_MAX);
+    Keys got{box->next()->envelope()->key()};
+    rename("new/377.a", "cur/377.a:2,S");
+    ::unlink(file("cur/300.a:2,S").c_str());
+    for (const std::string& key : rest(*box)) got.push_back(key);
+    openingWaits = false;
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    return got;
+  };
+  std::erase(want, "300.a:2,S");
+  std::replace(want.begin(), want.end(), std::string("377.a"), std::string("377.a:2,S"));
+  EXPECT_EQ(keys(1024), want);
+  EXPECT_GT(opensElsewhere, kHeld / 2);
+  EXPECT_EQ(signalsElsewhere, 0);
+  hold("new/377.a");
+  ::unlink(file("cur/377.a:2,S").c_str());
+  EXPECT_EQ(keys(12), want);
+  EXPECT_LT(opensElsewhere, 30) << "each thread may try once a stretch";
 }
 
 TEST_F(Mailbox, LongValuesAreCutBetweenWords) {
