@@ -51,12 +51,13 @@ inline double median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-/// Messages one second apart, the newest at kNow - 1, of about 3 kB each, in cur/.
-inline void makeMaildir(const std::filesystem::path& quarantine, int count) {
+/// Messages `step` seconds apart of about 3 kB each, in cur/.
+inline void makeMaildir(const std::filesystem::path& quarantine, int count, long newest = kNow - 1, int step = 1) {
   for (const char* part : {"new", "cur", "tmp"}) std::filesystem::create_directories(quarantine / part);
   const std::string filler(800, 'x');
   for (int i = 0; i < count; ++i) {
-    std::ofstream out(quarantine / "cur" / (std::to_string(kNow - 1 - i) + ".M" + std::to_string(i) + "P1.bench:2,S"));
+    std::ofstream out(quarantine / "cur" /
+                      (std::to_string(newest - long{step} * i) + ".M" + std::to_string(i) + "P1.bench:2,S"));
     out << "Received: from a.example by b.example; " << filler << "\nFrom: Sender " << i << " <s" << i
         << "@example.com>\nTo: bench@example.org\nSubject: =?UTF-8?Q?Offer_number_" << i << "?=\nMessage-ID: <m" << i
         << "@example.com>\nDate: Tue, 14 Nov 2023 22:13:20 +0000\n\n"
@@ -68,9 +69,9 @@ inline void makeMaildir(const std::filesystem::path& quarantine, int count) {
 /// A temporary root, named in VELMAR_ROOT, removed with the object.
 class Root {
  public:
-  Root() {
-    char directory[] = "/tmp/velmar-bench-XXXXXX";
-    path_ = mkdtemp(directory);
+  explicit Root(const std::string& place = "/tmp") {
+    std::string directory = place + "/velmar-bench-XXXXXX";
+    path_ = mkdtemp(directory.data());
     setenv("VELMAR_ROOT", path_.c_str(), 1);
   }
   Root(const Root&) = delete;

@@ -19,6 +19,15 @@ Exception badComponent(const char* what, const std::string& value) {
                    std::string(what) + " cannot be part of a path: \"" + value + "\"");
 }
 
+/// Where this library was loaded from. It goes through all libraries of the process.
+std::string libraryDirectory() {
+  Dl_info info{};
+  std::string library;
+  if (dladdr(reinterpret_cast<const void*>(&shareDirectory), &info) && info.dli_fname) library = info.dli_fname;
+  const std::size_t slash = library.rfind('/');
+  return slash == std::string::npos ? "." : library.substr(0, slash);
+}
+
 }  // namespace
 
 std::string root() {
@@ -51,12 +60,8 @@ std::string mailboxDirectory(const std::string& address) {
 
 std::string shareDirectory() {
   if (const char* configured = std::getenv("VELMAR_SHARE"); configured && *configured) return configured;
-  Dl_info info{};
-  std::string library;
-  if (dladdr(reinterpret_cast<const void*>(&shareDirectory), &info) && info.dli_fname) library = info.dli_fname;
-  const std::size_t slash = library.rfind('/');
-  const std::string libdir = slash == std::string::npos ? "." : library.substr(0, slash);
-  return libdir + "/" + VELMAR_DATADIR_FROM_LIBDIR;
+  static const std::string installed = libraryDirectory() + "/" + VELMAR_DATADIR_FROM_LIBDIR;
+  return installed;
 }
 
 }  // namespace Velmar::Host

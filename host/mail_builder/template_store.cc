@@ -112,11 +112,16 @@ TemplateTexts readTexts(const std::string& directory, const TemplateFiles& files
   return {std::move(texts[0]), std::move(texts[1]), std::move(texts[2])};
 }
 
-std::shared_ptr<const ReportTemplate> keptTemplate(const std::string& directory, const Identities& identities) {
-  const std::lock_guard lock(keptMutex);
-  const auto found = kept().find(directory);
-  if (found == kept().end() || !found->second.settled || found->second.identities != identities) return nullptr;
-  return found->second.parsed;
+/// The template as it was parsed, when its files are still the same; null otherwise.
+std::shared_ptr<const ReportTemplate> unchangedTemplate(const std::string& directory) {
+  KeptTemplate entry;
+  {
+    const std::lock_guard lock(keptMutex);
+    const auto found = kept().find(directory);
+    if (found == kept().end() || !found->second.settled) return nullptr;
+    entry = found->second;
+  }
+  return identitiesIn(directory) == entry.identities ? entry.parsed : nullptr;
 }
 
 /// Where a template may lie; the first place that has one counts. None when a name is no path component.
@@ -168,10 +173,8 @@ void keep(const std::string& directory, KeptTemplate entry) {
 }  // namespace
 
 std::shared_ptr<const ReportTemplate> reportTemplateIn(const std::string& directory) {
+  if (auto parsed = unchangedTemplate(directory)) return parsed;
   if (isMissing(directory)) return nullptr;  // as a system's own templates usually are
-  const Identities seen = identitiesIn(directory);
-  if (auto parsed = keptTemplate(directory, seen)) return parsed;
-
   const std::optional<TemplateFiles> files = openFiles(directory);
   if (!files) return nullptr;
 

@@ -147,6 +147,7 @@ struct ThreadStore {
   std::string place;  // URL and root that the database was made for
   std::unique_ptr<StateDatabase> database;
   std::unique_ptr<soci::session> session;
+  KeptQueries queries;   // of the session
   std::string identity;  // of what the session has open
 
   ~ThreadStore() { close(); }
@@ -154,6 +155,7 @@ struct ThreadStore {
   void open();
 
   void close() noexcept {
+    queries.clear();
     if (!session) return;
     session.reset();
     --openSessions;
@@ -180,7 +182,7 @@ void ThreadStore::open() {
   try {
     openUnlessInVain(record.opening, *database, [&] {
       auto opened = database->open(lockTimeout.load());
-      bringSchemaUpToDate({*opened, *database}, known);
+      bringSchemaUpToDate({*opened, *database, queries}, known);
       session = std::move(opened);
     });
   } catch (...) {
@@ -219,6 +221,10 @@ void StateSession::prepare(soci::statement& prepared, const std::string& text, s
   prepared.define_and_bind();
 }
 
+void StateSession::setValues(KeptQuery& query, std::vector<std::string> values) const {
+  for (std::size_t i = 0; i < values.size(); ++i) query.values.at(i) = database.stored(values[i]);
+}
+
 StateDatabase& threadDatabase() {
   const std::string url = stateUrl();
   const std::string place = root() + "\n" + url;
@@ -238,7 +244,7 @@ StateSession threadState() {
     current.close();
     current.open();
   }
-  return {*current.session, database};
+  return {*current.session, database, current.queries};
 }
 
 void dropThreadState() noexcept { current.close(); }

@@ -6,6 +6,7 @@
 #include <soci/soci.h>
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -30,11 +31,26 @@ std::string addressKey(std::string_view address);
 /// The exception that names the store and `reason`.
 Exception stateError(int line, const std::string& reason);
 
+/// A query that a session keeps prepared, with the places of its values and of a row.
+struct KeptQuery {
+  explicit KeptQuery(soci::session& session) : statement(session) {}
+  KeptQuery(const KeptQuery&) = delete;
+  KeptQuery& operator=(const KeptQuery&) = delete;
+  virtual ~KeptQuery() = default;
+
+  std::vector<std::string> values;  // the statement keeps pointers to them
+  soci::statement statement;
+};
+
+/// By their texts. They must be gone before their session is.
+using KeptQueries = std::map<std::string, std::unique_ptr<KeptQuery>>;
+
 /// An open session with the store, and statements in it. Values of all types are given as texts of any bytes but NUL,
 /// in the order of their marks (":a") in the statement. Throws Exception or soci::soci_error.
 struct StateSession {
   soci::session& sql;
   const StateDatabase& database;
+  KeptQueries& queries;
 
   /// Runs a statement that gives no rows.
   void run(const std::string& statement, std::vector<std::string> values = {}) const {
@@ -43,23 +59,45 @@ struct StateSession {
     prepared.execute(true);
   }
 
-  /// All rows of a query whose columns have these types: std::string, long long.
+  /// All rows of a query whose columns have these types: std::string, long long. The query is kept, because preparing
+  /// it costs more than running it: its text must be one of a few.
   template <class... Columns>
   std::vector<std::tuple<Columns...>> rows(const std::string& query, std::vector<std::string> values) const {
+    auto& kept = keptQuery<Columns...>(query, std::move(values));
     std::vector<std::tuple<Columns...>> result;
-    std::tuple<Columns...> row;
-    soci::statement prepared(sql);
-    std::apply([&prepared](Columns&... column) { (prepared.exchange(soci::into(column)), ...); }, row);
-    prepare(prepared, query, values);
-    for (prepared.execute(); prepared.fetch();) {
-      result.push_back(std::apply([this](const Columns&... column) { return std::tuple(original(column)...); }, row));
+    for (kept.statement.execute(); kept.statement.fetch();) {
+      const auto originals = [this](const Columns&... column) { return std::tuple(original(column)...); };
+      result.push_back(std::apply(originals, kept.row));
     }
     return result;
   }
 
  private:
+  template <class... Columns>
+  struct QueryOf : KeptQuery {
+    using KeptQuery::KeptQuery;
+    std::tuple<Columns...> row;
+  };
+
+  template <class... Columns>
+  QueryOf<Columns...>& keptQuery(const std::string& query, std::vector<std::string> values) const {
+    std::unique_ptr<KeptQuery>& kept = queries[query];
+    if (kept) {
+      setValues(*kept, std::move(values));
+    } else {
+      auto made = std::make_unique<QueryOf<Columns...>>(sql);
+      std::apply([&made](Columns&... column) { (made->statement.exchange(soci::into(column)), ...); }, made->row);
+      made->values = std::move(values);
+      prepare(made->statement, query, made->values);
+      kept = std::move(made);
+    }
+    return dynamic_cast<QueryOf<Columns...>&>(*kept);
+  }
+
   // The statement keeps pointers to the values. "One time" spares the round trip of preparing it.
   void prepare(soci::statement& prepared, const std::string& text, std::vector<std::string>& values) const;
+  // As many as the query was made with.
+  void setValues(KeptQuery& query, std::vector<std::string> values) const;
   std::string original(const std::string& text) const { return database.original(text); }
   long long original(long long number) const { return number; }
 };
