@@ -5,7 +5,6 @@
 // nowhere. Processor time, each side in one process that is warm; medians of the runs. Then how the product's time and
 // memory grow with the rows.
 
-#include <malloc.h>
 #include <sys/resource.h>
 
 #include <array>
@@ -73,8 +72,7 @@ long peakMegabytes() {
 }  // namespace
 
 int main() {
-  mallopt(M_MMAP_THRESHOLD, 32 << 20);
-  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  Bench::keepFreedMemory();
   const Bench::Root root;
   std::size_t bytes = 0;
   Velmar::Host::setMailSink([&bytes](const Velmar::Host::QueuedMail& mail) { bytes = mail.content.size(); });
