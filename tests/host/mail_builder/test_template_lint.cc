@@ -122,81 +122,52 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
 }
 
 TEST(TemplateLintTest, EachMissingPartIsNamed) {
-  const TemplateTexts sound = textsIn(SHARE "/templates/default");
-  const std::string subject = "{{ORIG_SUBJECT:x-inert-text=300}}";
+  using T = TemplateTexts;
+  const std::string subject = "{{ORIG_SUBJECT:x-inert-text=300}}", url = "{{RELEASE_URL}}";
   const std::string webSubject = "{{#SPAM_WEB_ACTION}}" + subject + "{{/SPAM_WEB_ACTION}}";
-  const std::string txt = "body.txt.tpl:";
-  const std::vector<OfferedActions> any;
-  const std::vector<OfferedActions> web{{true, false}};
-  const struct {
-    std::string TemplateTexts::*file;
-    std::string old, by;  ///< what is replaced, everywhere
-    std::vector<OfferedActions> offers;
-    std::vector<std::string> want;
-  } cases[] = {
-      {&TemplateTexts::text,
-       "{{RELEASE_URL}}",
-       "",
-       any,
-       {txt + "1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
-              "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
-      {&TemplateTexts::text, "{{RELEASE_URL}}", "", {{false, true}}, {}},
-      {&TemplateTexts::html,
-       "<a href=\"{{RELEASE_URL}}\">",
-       "<!-- <a href=\"{{RELEASE_URL}}\"> -->",
-       any,
-       {"body.html.tpl:1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
-        "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
-      {&TemplateTexts::text,
-       subject,
-       webSubject,
-       any,
-       {txt + "1: does not say what a message is about in a report with email_release only: put "
-              "{{ORIG_SUBJECT:x-inert-text=200}} into QUARANTINE_MESSAGES_TABLE"}},
-      {&TemplateTexts::text, subject, webSubject, web, {}},
-      {&TemplateTexts::text,
-       "{{PREFERENCE_URL}}",
-       "",
-       any,
-       {txt + "1: note: does not say where to change the preferences: put {{PREFERENCE_URL}} into SPAM_OTHER_ACTION"}},
-      {&TemplateTexts::text,
-       "{{MAILBOX_ADDRESS}} at",
-       "{{%AUTOESCAPE context=\"HTML\"}}{{MAILBOX_ADDRESS}} at",
-       any,
-       {txt + "3: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE context=\"HTML\"}}"}},
-      {&TemplateTexts::html,
-       "{{#EVEN_ROW}} class=\"even\" bgcolor=\"#f7f9fa\"{{/EVEN_ROW}}",
-       "",
-       any,
-       {"body.html.tpl:1: note: no section ODD_ROW or EVEN_ROW, one of which each row opens"}},
-      {&TemplateTexts::text,
-       "{{#COUNT_ONE}}",
-       "{{#COUNT_TWO}}",
-       any,
-       {txt + "1: shows nothing for the number 1: write the section COUNT_ONE",
-        txt + "1: note: the section COUNT_TWO is never shown: the language \"en\" has no such class"}},
-      {&TemplateTexts::header,
-       "Language: en",
-       "Language: german",
-       any,
-       {"header.tpl:1: unknown language \"german\": words are chosen as if it had one form for all numbers"}},
-      {&TemplateTexts::header, "Language: en", "Language: sv", any, {}},
-      {&TemplateTexts::header,
-       "RELEASE",
-       "DELETE",
-       web,
-       {"header.tpl:3: DELETE_CONTROL_USER is empty in a report with web_release only: put it into SPAM_EMAIL_ACTION"}},
-      {&TemplateTexts::header, "Subject: ", "Subject:\nX: ", any, {"header.tpl:4: the subject is empty"}},
-  };
-  for (const auto& c : cases) {
-    TemplateTexts texts = sound;
-    std::string& text = texts.*c.file;
-    ASSERT_NE(text.find(c.old), std::string::npos) << c.old;
-    for (std::size_t at = 0; (at = text.find(c.old, at)) != std::string::npos; at += c.by.size()) {
-      text.replace(at, c.old.size(), c.by);
+  const std::string noRelease =
+      "does not say how to release a message on the web: put {{RELEASE_URL}} into "
+      "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION";
+  const std::vector<OfferedActions> web{{true, false}}, mail{{false, true}};
+  // What is said of the default template, joined by "; ", when a text in it is replaced everywhere.
+  const auto saidWith = [](std::string T::*file, const std::string& old, const std::string& by,
+                           const std::vector<OfferedActions>& offers = {}) {
+    TemplateTexts texts = textsIn(SHARE "/templates/default");
+    std::string& text = texts.*file;
+    EXPECT_NE(text.find(old), std::string::npos) << old;
+    for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += by.size()) {
+      text.replace(at, old.size(), by);
     }
-    EXPECT_EQ(said(texts, c.offers), c.want) << c.old << " -> " << c.by;
-  }
+    std::string all;
+    for (const std::string& line : said(texts, offers)) all += (all.empty() ? "" : "; ") + line;
+    return all;
+  };
+  EXPECT_EQ(saidWith(&T::text, url, ""), "body.txt.tpl:1: " + noRelease);
+  EXPECT_EQ(saidWith(&T::text, url, "", mail), "");
+  EXPECT_EQ(saidWith(&T::html, "<a href=\"{{RELEASE_URL}}\">", "<!-- <a href=\"{{RELEASE_URL}}\"> -->"),
+            "body.html.tpl:1: " + noRelease);
+  EXPECT_EQ(saidWith(&T::text, subject, webSubject),
+            "body.txt.tpl:1: does not say what a message is about in a report with email_release only: put "
+            "{{ORIG_SUBJECT:x-inert-text=200}} into QUARANTINE_MESSAGES_TABLE");
+  EXPECT_EQ(saidWith(&T::text, subject, webSubject, web), "");
+  EXPECT_EQ(saidWith(&T::text, "{{PREFERENCE_URL}}", ""),
+            "body.txt.tpl:1: note: does not say where to change the preferences: put {{PREFERENCE_URL}} into "
+            "SPAM_OTHER_ACTION");
+  EXPECT_EQ(saidWith(&T::text, "{{MAILBOX_ADDRESS}} at", "{{%AUTOESCAPE context=\"HTML\"}}{{MAILBOX_ADDRESS}} at"),
+            "body.txt.tpl:3: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE "
+            "context=\"HTML\"}}");
+  EXPECT_EQ(saidWith(&T::html, "{{#EVEN_ROW}} class=\"even\" bgcolor=\"#f7f9fa\"{{/EVEN_ROW}}", ""),
+            "body.html.tpl:1: note: no section ODD_ROW or EVEN_ROW, one of which each row opens");
+  EXPECT_EQ(saidWith(&T::text, "{{#COUNT_ONE}}", "{{#COUNT_TWO}}"),
+            "body.txt.tpl:1: shows nothing for the number 1: write the section COUNT_ONE; body.txt.tpl:1: note: the "
+            "section COUNT_TWO is never shown: the language \"en\" has no such class");
+  EXPECT_EQ(saidWith(&T::header, "Language: en", "Language: german"),
+            "header.tpl:1: unknown language \"german\": words are chosen as if it had one form for all numbers");
+  EXPECT_EQ(saidWith(&T::header, "Language: en", "Language: sv"), "");
+  EXPECT_EQ(saidWith(&T::header, "RELEASE", "DELETE", web),
+            "header.tpl:3: DELETE_CONTROL_USER is empty in a report with web_release only: put it into "
+            "SPAM_EMAIL_ACTION");
+  EXPECT_EQ(saidWith(&T::header, "Subject: ", "Subject:\nX: "), "header.tpl:4: the subject is empty");
 }
 
 std::vector<std::string> quotedIn(const std::string& cell) {
