@@ -77,8 +77,7 @@ class DeliveryIntoQuarantine(unittest.TestCase):
             path.mkdir(exist_ok=True)
             subprocess.run(["chown", OWNER + ":" + GROUP, path], check=True)
             path.chmod(mode)
-        self.addCleanup(self.show_log)
-        self.values = dict(dir=self.directory, root=self.host.root, examples=EXAMPLES, owner=OWNER, group=GROUP)
+        self.addCleanup(lambda: print(self.log(), flush=True))  # for whoever reads of a failure
 
     def start(self, *command):
         server = subprocess.Popen(list(map(str, command)), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -86,18 +85,12 @@ class DeliveryIntoQuarantine(unittest.TestCase):
         self.addCleanup(server.wait)
         self.addCleanup(server.terminate)
 
-    def held(self):
-        return list((self.mailbox / "quarantine/new").iterdir())
-
-    def show_log(self):
-        """What the servers said, for whoever reads of a failure."""
-        print(self.log(), flush=True)
-
     def log(self):
+        """What Dovecot said."""
         return (self.directory / "log").read_text() if (self.directory / "log").exists() else "no log"
 
     def check_report(self, subject):
-        path, = wait_for(self.held)
+        path, = wait_for(lambda: list((self.mailbox / "quarantine/new").iterdir()))
         status = path.stat()
         self.assertEqual((stat.S_IMODE(status.st_mode), path.group()), (0o640, GROUP), "the group must be able to read it")
         self.host.empty_queue()
@@ -109,7 +102,8 @@ class DeliveryIntoQuarantine(unittest.TestCase):
     def test_sieve(self):
         (self.directory / "run").mkdir()
         (self.directory / "quarantine.sieve").write_text((EXAMPLES / "quarantine.sieve").read_text())
-        (self.directory / "dovecot.conf").write_text(DOVECOT.format(**self.values))
+        (self.directory / "dovecot.conf").write_text(DOVECOT.format(
+            dir=self.directory, root=self.host.root, examples=EXAMPLES, owner=OWNER, group=GROUP))
         subprocess.run(["sievec", self.directory / "quarantine.sieve"], check=True)
         self.start("dovecot", "-F", "-c", self.directory / "dovecot.conf")
         listener = self.directory / "run/lmtp"
