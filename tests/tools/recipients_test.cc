@@ -3,7 +3,6 @@
 #include "tools/spamreport/recipients.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tools/spamreport/commands.h"
 

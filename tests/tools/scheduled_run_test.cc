@@ -3,7 +3,6 @@
 #include "tools/spamreport/scheduled_run.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <random>
 #include <set>

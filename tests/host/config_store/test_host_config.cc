@@ -2,7 +2,6 @@
 // sides, hostile bytes, and the agreement of the sample and the manual page with the keys that exist.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>

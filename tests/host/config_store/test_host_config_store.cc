@@ -2,7 +2,6 @@
 // profiles.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <atomic>

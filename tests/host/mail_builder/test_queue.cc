@@ -1,7 +1,6 @@
 // The queue: what each answer of a server makes of a mail, when it is tried, and who tries it.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <climits>

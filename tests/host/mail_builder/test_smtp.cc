@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

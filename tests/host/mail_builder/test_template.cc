@@ -1,7 +1,6 @@
 // Report templates: where they are found, what makes them faulty, and that no held text becomes markup.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -45,15 +44,11 @@ TEST(ReportTemplateTest, FaultsAreNamed) {
   const std::vector<Case> cases = {
       {"byte order mark, CR LF", {"\uFEFFFrom: q@x\r\nSubject: s\r\nEnvelope-From: \r\n", "h", "t"}, ""},
       {"no subject", {"From: q@x\nEnvelope-From:\n", "h", "t"}, "header.tpl: no line Subject:"},
-      {"section over two lines",
-       {"From: {{#A}}a\nSubject: b{{/A}}\nEnvelope-From:", "h", "t"},
-       "header.tpl:1: " + open},
+      {"over two lines", {"From: {{#A}}a\nSubject: b{{/A}}\nEnvelope-From:", "h", "t"}, "header.tpl:1: " + open},
       {"open section", {kHeader, "{{#A}}x", "t"}, "body.html.tpl:1: " + open},
       {"unquoted link", {kHeader, "<a href={{X}}>", "t"}, "body.html.tpl:1: Auto-Escape: Value of URL attribute"},
       {"second of three", {kHeader, "{{#A}}{{X}}\n{{#B}}x\n{{/A}}{{/B}}{{Y}}", "t"}, "body.html.tpl:3: Found end of"},
-      {"in a tag",
-       {kHeader, "{{#A}}{{X}}\n<a href=\"{{X}}\"\nid={{X:up}}>{{/A}}", "t"},
-       "body.html.tpl:3: Unknown mod"},
+      {"in a tag", {kHeader, "{{#A}}{{X}}\n<a href=\"{{X}}\"\nid={{X:up}}>{{/A}}", "t"}, "body.html.tpl:3: Unknown"},
       {"unended marker", {kHeader, "h", "{{X}}\n{{X}}\n{{X"}, "body.txt.tpl:3: No ending '}}'"},
       {"second language", {"Language: de\nLanguage: fr\n" + std::string(kHeader), "h", "t"}, "header.tpl:2: a second"},
       {"include", {kHeader, "a\nb{{>F}}", "t"}, "body.html.tpl:2: includes are not supported"},
@@ -222,18 +217,10 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
 }
 
 TEST(InertTextTest, NumberOfCharactersIsTheModifiersArgument) {
-  const std::pair<std::string, std::size_t> cases[] = {{"1", 1},
-                                                       {"9", 9},
-                                                       {"999", 999},
-                                                       {"1001", 1000},
-                                                       {"0", 1000},
-                                                       {"9x", 1000},
-                                                       {"-9", 1000},
-                                                       {"", 1000},
-                                                       {"+9", 1000},
-                                                       {"1e2", 1000},
-                                                       {"99999999999999999999", 1000}};
-  for (const auto& [argument, want] : cases) {
+  for (const std::string argument :
+       {"1", "9", "999", "1001", "0", "9x", "-9", "", "+9", "1e2", "99999999999999999999"}) {
+    const bool sound = argument == "1" || argument == "9" || argument == "999";
+    const std::size_t want = sound ? std::stoul(argument) : 1000;
     const auto one = filled({kHeader, "h", "{{S:x-inert-text=" + argument + "}}"});
     one->set("S", std::string(1100, 'a'));
     EXPECT_EQ(one->textbody(), std::string(want - 1, 'a') + "…") << argument;

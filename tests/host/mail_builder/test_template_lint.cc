@@ -1,7 +1,6 @@
 // What is said about odd templates, and that the names it knows are those of the documentation.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <thread>
 
