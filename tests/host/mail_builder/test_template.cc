@@ -193,6 +193,7 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
       {"invoice\u202Efdp.exe", "invoicefdp." + z + "exe", "invoicefdp[.]exe"},
       {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041", "payp", "payp"},
       {"👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F"},
+      {"\uFE10a\uFE00", "\uFE10a\uFE00", "\uFE10a\uFE00"},  // a comma, not a selector of variants
       {"क्\u200Dष क्\u200Cष a\u200Db", "क्\u200Dष क्\u200Cष ab", "क्\u200Dष क्\u200Cष ab"},
       {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
       {"see http://a.bc/d", "see http:" + z + "//a." + z + "bc/d", "see http[:]//a[.]bc/d"},
