@@ -7,6 +7,7 @@
 #include <regex>
 #include <set>
 
+#include "host/mail_builder/html_place.h"
 #include "host/mail_builder/plural_class.h"
 #include "host/mail_builder/template_lint.h"
 #include "host/mail_builder/template_names.h"
@@ -98,8 +99,8 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
        "TITLE_LOGO shows as its own source text: write \":h\" before \":x-img-cid=\""},
       {"{{DELETE_SUBJECT}}",
        "DELETE_SUBJECT is empty in a report with web_release only: put it into SPAM_EMAIL_ACTION"},
-      {"<IMG alt='' SRC=logo.png>",
-       "the image \"logo.png\" does not exist for the mail's reader: show an image by "
+      {"<IMG alt='' SRC=LOGO-AZ.png>",
+       "the image \"logo-az.png\" does not exist for the mail's reader: show an image by "
        "{{TITLE_LOGO:h:x-img-cid=TITLE_LOGO:none}}"},
       {"<img src = 'a.png'>",
        "the image \"a.png\" does not exist for the mail's reader: show an image by "
@@ -117,6 +118,31 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
     const std::vector<std::string> got = said({sound.header, sound.html + "\n" + marker + "\n", sound.text});
     EXPECT_EQ(got, want.empty() ? std::vector<std::string>() : std::vector{"body.html.tpl:" + lines + ": " + want})
         << marker;
+  }
+}
+
+// m = markup, u and q = a value begins, without and behind a quote, a = of an active attribute, c = comment
+TEST(HtmlPlaceTest, KnowsWhatStandsHere) {
+  const std::pair<const char*, std::vector<const char*>> cases[] = {
+      {"m", {"<", "<a", "<z", "<A", "<Z", "<a x='y'", "<!--x--><a"}},
+      {"mu", {"<a x=", "<a x=' ' y="}},
+      {"q", {"<a x='", "<a x=\"", "<a href='' x='", "<a title='"}},
+      {"qa", {"<a href='", "<a b='' STYLE = '", "<a onx='"}},
+      {"a", {"<a HREF = \"x"}},
+      {"c", {"<!--", "<!-- <a", "<!--<", "<!-- ->"}},
+      {"",
+       {"", "<@", "<[", "<`", "<{", "< ", "a>", "<a x='y", "<a x='\"", "<a x='>", "<a x=''>", "<!-->", "<!--->",
+        "<!-x"}},
+  };
+  for (const auto& [want, texts] : cases) {
+    for (const char* text : texts) {
+      HtmlPlace place;
+      place.read(text);
+      const std::string got = std::string(place.isMarkup() ? "m" : "") + (place.beginsUnquotedValue() ? "u" : "") +
+                              (place.beginsQuotedValue() ? "q" : "") + (place.isActive() ? "a" : "") +
+                              (place.inComment() ? "c" : "");
+      EXPECT_EQ(got, want) << text;
+    }
   }
 }
 
