@@ -73,6 +73,7 @@ TEST(DecodeTest, RawBytesAndControls) {
       {"damaged UTF-8", "f\xC3\xBCr \xC3\xBC \xE2\x82", "für ü \uFFFD"},
       {"controls", "a\tb\x01z\x7fy\0x"s, "a b z y x"},
       {"line ends that fold nothing", "a\rb\nc\r\nd\r\n", "a b c  d  "},
+      {"a fold after a word, none after a blank", "a\n b \nc", "a b  c"},
       {"encoded line ends", "=?utf-8?Q?a=0D=0AX-Evil:_1=00=01=09b?=", "a  X-Evil: 1   b"},
       {"C1 and line separators", "a\u0085b\u009Fc\u2028d\u2029e", "a b c d e"},
   });

@@ -131,19 +131,24 @@ TEST(HtmlPlaceTest, KnowsWhatStandsHere) {
       {"a", {"<a HREF = \"x"}},
       {"c", {"<!--", "<!-- <a", "<!--<", "<!-- ->"}},
       {"",
-       {"", "<@", "<[", "<`", "<{", "< ", "a>", "<a x='y", "<a x='\"", "<a x='>", "<a x=''>", "<!-->", "<!--->",
-        "<!-x"}},
+       {"", "<@", "<[", "<`", "<{", "< ", "a>", "<a x='y", "<a x='\"", "<a x='>", "<a x=''>", "<!-->", "<!--->", "<!-x",
+        "<!--<a href='-->"}},
   };
   for (const auto& [want, texts] : cases) {
     for (const char* text : texts) {
+      const std::string more = std::string(text) + ">a";
       HtmlPlace place;
-      place.read(text);
+      place.read(std::string_view(more).substr(0, more.size() - 2));  // nothing behind it counts
       const std::string got = std::string(place.isMarkup() ? "m" : "") + (place.beginsUnquotedValue() ? "u" : "") +
                               (place.beginsQuotedValue() ? "q" : "") + (place.isActive() ? "a" : "") +
                               (place.inComment() ? "c" : "");
       EXPECT_EQ(got, want) << text;
     }
   }
+  HtmlPlace cut;
+  cut.read(std::string_view("<a").substr(0, 1));
+  cut.read("x=");
+  EXPECT_FALSE(cut.beginsUnquotedValue());
 }
 
 TEST(TemplateLintTest, EachMissingPartIsNamed) {
