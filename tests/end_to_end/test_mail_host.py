@@ -118,7 +118,3 @@ class MailHostTest(unittest.TestCase):
         events = parse_events((self.host.root / "var/log/velmar/spamreport.log").read_text())
         failed = {event.fields["mailbox"] for event in events if event.name == "group-owner-lookup-failed"}
         self.assertLessEqual({box for box in expected.ACTIONS if box.endswith("@example.org")}, failed)
-
-
-if __name__ == "__main__":
-    unittest.main()

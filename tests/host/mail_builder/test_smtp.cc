@@ -59,8 +59,6 @@ class Server {
       }
     });
   }
-  Server(const Server&) = delete;
-  Server& operator=(const Server&) = delete;
   ~Server() { join(); }
 
   /// Ends the sessions that nobody asked for; `received` may be read then.

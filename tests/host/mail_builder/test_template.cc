@@ -34,14 +34,13 @@ boost::shared_ptr<VXCustomizedEmailTemplate> filled(const TemplateTexts& texts) 
 }
 
 TEST(ReportTemplateTest, FaultsAreNamed) {
-  struct Case {
+  const std::string none = "a held text takes no modifier but";
+  const std::string open = "File ended before all sections were closed";
+  const struct {
     const char* why;
     TemplateTexts texts;
     std::string want;
-  };
-  const std::string none = "a held text takes no modifier but";
-  const std::string open = "File ended before all sections were closed";
-  const std::vector<Case> cases = {
+  } cases[] = {
       {"byte order mark, CR LF", {"\uFEFFFrom: q@x\r\nSubject: s\r\nEnvelope-From: \r\n", "h", "t"}, ""},
       {"no subject", {"From: q@x\nEnvelope-From:\n", "h", "t"}, "header.tpl: no line Subject:"},
       {"over two lines", {"From: {{#A}}a\nSubject: b{{/A}}\nEnvelope-From:", "h", "t"}, "header.tpl:1: " + open},
@@ -61,7 +60,7 @@ TEST(ReportTemplateTest, FaultsAreNamed) {
       {"made inert", {kHeader, "{{SENDER_NAME:x-inert=9}}{{ORIG_SUBJECT:x-inert=9:h}}", "t"}, ""},
       {"not UTF-8", {kHeader, "\xFF", "t"}, "body.html.tpl: is not UTF-8 text"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const auto one = filled(c.texts);
     EXPECT_EQ(one->good(), c.want.empty()) << c.why;
     one->set("X", "x");
@@ -115,10 +114,7 @@ TEST(TemplateValuesTest, HeldTextsAreCutBetweenCharacters) {
 }
 
 TEST(TemplateValuesTest, SenderIsNameAndAddress) {
-  const struct {
-    const char* raw;
-    const char* want;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"Ann <a@x>", "+Ann|+a@x|"},
       {"a@x", "|+a@x|"},
       {"\"bank@safe\" <evil@x>", "+bank@safe|+evil@x|"},
@@ -146,9 +142,7 @@ TEST(TemplateValuesTest, CountSectionFollowsTheTemplatesLanguage) {
   const std::string all =
       "{{#COUNT_ONE}}one{{/COUNT_ONE}}{{#COUNT_FEW}}few{{/COUNT_FEW}}{{#COUNT_OTHER}}other{{/COUNT_OTHER}}";
   const struct {
-    const char* language;
-    const char* count;
-    const char* want;
+    const char *language, *count, *want;
   } cases[] = {
       {"", "1", "one"},
       {"", "0", "other"},
@@ -186,9 +180,7 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
 TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
   const std::string z = "\u200B";
   const struct {
-    std::string held;
-    std::string page;
-    std::string text;
+    std::string held, page, text;
   } cases[] = {
       {"invoice\u202Efdp.exe", "invoicefdp." + z + "exe", "invoicefdp[.]exe"},
       {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041", "payp", "payp"},
@@ -316,10 +308,9 @@ TEST_F(TemplateStoreTest, Places) {
   writeTemplate(own + "example.org/brief", "brief of example.org");
   writeTemplate("etc/secret", "outside");
   root.write(own + "partial/header.tpl", kHeader);
-  struct Case {
+  const struct {
     std::string name, domain, want;
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {"default", "", "shipped default"},
       {"brief", "", "own brief"},
       {"brief", "example.org", "brief of example.org"},
@@ -332,7 +323,7 @@ TEST_F(TemplateStoreTest, Places) {
       {std::string("brief\0x", 7), "", "none"},
       {std::string(256, 'a'), "", "none"},
   };
-  for (const Case& c : cases) EXPECT_EQ(found(c.name, c.domain), c.want) << c.domain << "/" << c.name;
+  for (const auto& c : cases) EXPECT_EQ(found(c.name, c.domain), c.want) << c.domain << "/" << c.name;
   EXPECT_EQ(found("brief", "", 37), "none");
 }
 

@@ -61,10 +61,8 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
   const std::string rows = "{{#QUARANTINE_MESSAGES_TABLE}}";
   const TemplateTexts sound = textsIn(SHARE "/templates/default");
   const auto lines = std::to_string(std::count(sound.html.begin(), sound.html.end(), '\n') + 2);
-  const struct {
-    std::string marker;
-    std::string want;  ///< of a page that has the marker added in a line of its own
-  } cases[] = {
+  // What is said of a page that has the marker added in a line of its own.
+  const std::pair<std::string, std::string> cases[] = {
       {"{{ORIG_SUBJET}}", "unknown variable ORIG_SUBJET: it is always empty"},
       {"{{! {{ORIG_SUBJET }}{{BI_SPACE}}", ""},
       {"{{ORIG_DATE}}", "ORIG_DATE is empty here, it is filled in QUARANTINE_MESSAGES_TABLE"},

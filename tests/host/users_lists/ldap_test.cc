@@ -243,8 +243,6 @@ class SilentServer {
       for (const int peer : peers_) ::send(peer, answer.data(), answer.size(), MSG_NOSIGNAL);
     });
   }
-  SilentServer(const SilentServer&) = delete;
-  SilentServer& operator=(const SilentServer&) = delete;
   ~SilentServer() {
     ::shutdown(listener_, SHUT_RDWR);
     thread_.join();
