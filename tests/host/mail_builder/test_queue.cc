@@ -282,6 +282,7 @@ TEST_F(QueueTest, AFullDiskRefusesNewMails) {
                                     {{0, INT_MAX}, "inodes are free, 2147483647 must be"}}) {
     EXPECT_THAT(thrownBy([&] { queue("m", "a", floor); }), HasSubstr(want));
   }
+  EXPECT_THAT(Host::spoolSpaceFault(root / "", std::size_t{1} << 60, {0, 0}), HasSubstr(" MiB are free, 0 MiB must"));
   EXPECT_TRUE(Host::listSpool().empty());
 }
 
