@@ -25,12 +25,12 @@ std::string_view withoutBlanks(std::string_view text) {
   return text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
-/// The value of "src" in the rest of a tag; empty when it has none.
+/// The value of "src" in a tag, which begins with its name; empty when it has none.
 std::string_view sourceOf(std::string_view tag) {
   std::size_t name = tag.find(kSource);
   std::string_view value;
   for (; name != std::string_view::npos && !value.starts_with('='); name = tag.find(kSource, name + 1)) {
-    const bool whole = name > 0 && (kBlanks.find(tag[name - 1]) != kBlanks.npos);
+    const bool whole = kBlanks.find(tag[name - 1]) != kBlanks.npos;
     value = whole ? withoutBlanks(tag.substr(name + kSource.size())) : std::string_view();
   }
   if (!value.starts_with('=')) return {};
@@ -66,11 +66,11 @@ constexpr char kByMarker[] = ": show an image by {{TITLE_LOGO:h:x-img-cid=TITLE_
 
 }  // namespace
 
-/// `i` moves to the end of the comment.
+/// `i` moves to the end of the comment, which is text as well as not. "<!-->" is a whole one.
 void HtmlPlace::readComment(std::string_view piece, std::size_t& i) noexcept {
   const std::size_t end = piece.find(kCommentEnd, i);
   inComment_ = end == std::string_view::npos;
-  i = inComment_ ? piece.size() : end + kCommentEnd.size() - 1;
+  i = std::min(end, piece.size());
 }
 
 void HtmlPlace::readTag(std::string_view piece, std::size_t i) noexcept {
@@ -93,7 +93,6 @@ void HtmlPlace::read(std::string_view piece) noexcept {
       readTag(piece, i);
     } else if (piece.substr(i).starts_with(kCommentStart)) {
       inComment_ = true;
-      i += 1;  // "<!-->" is a whole comment
     } else {
       inTag_ = piece[i] == '<' && i + 1 < piece.size() && isLetter(piece[i + 1]);
     }

@@ -1,5 +1,5 @@
 // Reports of an example host in Chromium: every shipped set at the widths of a phone, a mail program's pane and a
-// window, light and dark; a page of hostile texts beside its harmless twin; every link clicked.
+// window, light and dark; a page of hostile texts beside its harmless twin; where every link leads.
 //
 // Run by ctest as "browser". Ends with 77, which counts as skipped, where the browser or its driver is not installed:
 // scripts/setup browser brings both. Each fault names the set, the view and the element.
@@ -9,7 +9,7 @@ import { mkdtempSync, rmSync } from "node:fs";
 import os from "node:os";
 import path from "node:path";
 import { Host, actionsOf, message, shipped } from "./host.mjs";
-import { parseMailto, startLinkServer } from "./links.mjs";
+import { parseMailto } from "./links.mjs";
 import { documentFaults, layoutFaults, shape } from "./page_checks.mjs";
 
 const WIDTHS = [320, 600, 1024];
@@ -110,7 +110,8 @@ function mailOf(link) {
 async function compareLinks({ page, show }, report, fault) {
   await show(report);
   const links = await page.evaluate(() => [...document.links].map((link) => ({ raw: link.getAttribute("href"), href: link.href })));
-  const web = links.map(({ raw }) => raw).filter((raw) => !raw.startsWith("mailto:"));
+  // Written as the browser would ask for it: what it must encode anew would not be what the text says.
+  const web = links.filter(({ raw }) => !raw.startsWith("mailto:")).map(({ raw, href }) => (raw === href ? raw : `${raw} becomes ${href}`));
   const mail = links.map(({ href }) => href).filter((href) => href.startsWith("mailto:")).map(mailOf);
   const want = actionsOf(report);
   fault(report, "web link", differences(web, want.web));
@@ -119,24 +120,6 @@ async function compareLinks({ page, show }, report, fault) {
   fault(report, "link of the text", differences(want.web.slice(0, -2).map((url) => url.replace(/^.*\?|[0-9a-f]{32}$/g, "")), rows));
   const subjects = report.identifiers.flatMap((id) => Array(2).fill(`${report.mailbox}:${id}`));
   fault(report, "subject of the text", differences(want.mail.slice(0, -1).map(({ subject }) => subject), subjects));
-}
-
-/** Clicks each web link; the text says what must arrive. */
-async function clickLinks(browser, report, server, fault) {
-  const context = await browser.newContext({ ignoreHTTPSErrors: true });
-  await context.route(PAGE, (route) => route.fulfill({ body: report.html, contentType: "text/html" }));
-  const page = await context.newPage();
-  page.setDefaultTimeout(10000);
-  await page.goto(PAGE);
-  const links = page.locator('a[href^="https:"]');
-  const got = [];
-  const want = actionsOf(report).web.map((url) => `GET ${url.replace(/^https:\/\/[^/]*/, "")} HTTP/1.1`);
-  while (got.length < want.length) {
-    const failed = await links.nth(got.length).click({ noWaitAfter: true }).catch((error) => error.message);
-    got.push(failed ?? await server.next());
-  }
-  fault(report, "request", differences(got, want));
-  await context.close();
 }
 
 /** A page of hostile texts has the elements of its harmless twin and shows the texts as such. */
@@ -150,8 +133,7 @@ async function compareShapes({ page, show }, hostile, twin, fault) {
 }
 
 async function test(browser, axe, directory, fault) {
-  const server = await startLinkServer(directory);
-  const host = new Host(directory, server.port);
+  const host = new Host(directory);
   for (const [index, name] of SHOWN.entries()) host.hold(USER, shipped(`messages/${name}.eml`), ODD_NAMES[index % ODD_NAMES.length]);
   for (const { from, subject } of HOSTILE) {
     host.hold("hostile", message(from, subject), "held");
@@ -171,8 +153,6 @@ async function test(browser, axe, directory, fault) {
   const [view] = await Promise.all([worker(), worker()]);
   for (const report of [...sets, ...hostile]) await compareLinks(view, report, fault);
   for (const [index, report] of hostile.entries()) await compareShapes(view, report, harmless[index], fault);
-  for (const name of EACH_DIRECTION) await clickLinks(browser, sets.find((set) => set.name === name), server, fault);
-  server.close();
 }
 
 const executablePath = spawnSync("sh", ["-c", "command -v chromium || command -v chromium-browser"]).stdout.toString().trim();

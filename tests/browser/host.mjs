@@ -17,16 +17,13 @@ export const message = (from, subject) =>
 export const shipped = (name) => readFileSync(path.join(process.env.VELMAR_SHARE, "demo", name));
 
 export class Host {
-  /** port: where the web interface of the links is. */
-  constructor(directory, port) {
+  constructor(directory) {
     this.root = path.join(directory, "host");
     this.now = Math.floor(Date.now() / 1000);
     this.held = 0;
     this.identifiers = {};
     mkdirSync(path.join(this.root, "etc/velmar"), { recursive: true });
-    const configuration = shipped("host.toml").toString()
-      .replace(/^port = .*$/m, `port = ${port}`).replace(/^web_host = .*$/m, 'web_host = "127.0.0.1"');
-    writeFileSync(path.join(this.root, "etc/velmar/host.toml"), configuration);
+    writeFileSync(path.join(this.root, "etc/velmar/host.toml"), shipped("host.toml"));
   }
 
   /** Puts a message into a quarantine, each one older than those before. */

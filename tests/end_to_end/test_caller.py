@@ -32,7 +32,3 @@ class CallerTest(unittest.TestCase):
                 self.assertEqual(len({mail.mail["Message-ID"] for mail in host.queued()}), reports)
                 self.assertEqual(names.count("no-address-in-path"), 2 * reports)
                 self.assertEqual({mail.mailbox for mail in host.queued()}, {"anna@example.org"})
-
-
-if __name__ == "__main__":
-    unittest.main()

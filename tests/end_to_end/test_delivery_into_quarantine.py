@@ -18,34 +18,6 @@ from postfix import Postfix, can_run
 EXAMPLES = SHARE / "examples"
 OWNER, GROUP = "nobody", "nogroup"  # who delivers, and the group that may read the quarantine
 
-DOVECOT = """
-base_dir = {dir}/run
-log_path = {dir}/log
-protocols = lmtp
-ssl = no
-mail_home = {root}/home/%Ld/%Ln~%Ld
-mail_location = maildir:~/Maildir
-first_valid_uid = 0
-userdb {{
-  driver = static
-  args = uid={owner} gid={group} allow_all_users=yes
-}}
-passdb {{
-  driver = static
-  args = nopassword=y
-}}
-namespace inbox {{
-  inbox = yes
-}}
-protocol lmtp {{
-  mail_plugins = sieve
-}}
-!include {examples}/dovecot.conf
-plugin {{
-  sieve_before = {dir}/quarantine.sieve
-}}
-"""
-
 
 def mail(subject, *header):
     lines = ["From: Far <far@elsewhere.example>", "To: anna@example.org", "Subject: " + subject,
@@ -77,8 +49,7 @@ class DeliveryIntoQuarantine(unittest.TestCase):
             path.mkdir(exist_ok=True)
             subprocess.run(["chown", OWNER + ":" + GROUP, path], check=True)
             path.chmod(mode)
-        self.addCleanup(self.show_log)
-        self.values = dict(dir=self.directory, root=self.host.root, examples=EXAMPLES, owner=OWNER, group=GROUP)
+        self.addCleanup(lambda: print(self.log(), flush=True))  # for whoever reads of a failure
 
     def start(self, *command):
         server = subprocess.Popen(list(map(str, command)), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -86,18 +57,12 @@ class DeliveryIntoQuarantine(unittest.TestCase):
         self.addCleanup(server.wait)
         self.addCleanup(server.terminate)
 
-    def held(self):
-        return list((self.mailbox / "quarantine/new").iterdir())
-
-    def show_log(self):
-        """What the servers said, for whoever reads of a failure."""
-        print(self.log(), flush=True)
-
     def log(self):
+        """What Dovecot said."""
         return (self.directory / "log").read_text() if (self.directory / "log").exists() else "no log"
 
     def check_report(self, subject):
-        path, = wait_for(self.held)
+        path, = wait_for(lambda: list((self.mailbox / "quarantine/new").iterdir()))
         status = path.stat()
         self.assertEqual((stat.S_IMODE(status.st_mode), path.group()), (0o640, GROUP), "the group must be able to read it")
         self.host.empty_queue()
@@ -109,7 +74,8 @@ class DeliveryIntoQuarantine(unittest.TestCase):
     def test_sieve(self):
         (self.directory / "run").mkdir()
         (self.directory / "quarantine.sieve").write_text((EXAMPLES / "quarantine.sieve").read_text())
-        (self.directory / "dovecot.conf").write_text(DOVECOT.format(**self.values))
+        (self.directory / "dovecot.conf").write_text(Path(__file__).with_name("dovecot.conf").read_text().format(
+            dir=self.directory, root=self.host.root, examples=EXAMPLES, owner=OWNER, group=GROUP))
         subprocess.run(["sievec", self.directory / "quarantine.sieve"], check=True)
         self.start("dovecot", "-F", "-c", self.directory / "dovecot.conf")
         listener = self.directory / "run/lmtp"
@@ -145,7 +111,3 @@ class DeliveryIntoQuarantine(unittest.TestCase):
         self.host.command("queue", "flush", "--root", self.host.root)
         delivered, = postfix.delivered()["new@example.org"]
         self.assertIn(b"multipart", delivered, "the report is not scanned: it is taken by its own listener")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,18 +1,7 @@
 // Fuzzes the reading of Maildir file names: any bytes.
 
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
 #include "host/mailbox/maildir_name.h"
-
-namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-}  // namespace
+#include "tests/fuzz/fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace Velmar::Host;

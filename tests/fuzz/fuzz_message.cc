@@ -1,13 +1,9 @@
 // Any bytes as the one held message of a report: page and text have the shape of those of a harmless message, and the
 // mail has its parts.
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <ctime>
-#include <string>
 
+#include "tests/fuzz/fuzz.h"
 #include "tests/support/one_mailbox.h"
 
 using Velmar::Testing::OneMailbox;
@@ -24,7 +20,7 @@ namespace {
 /// How many parts begin or end in a mail.
 int borders(const std::string& content) {
   const auto foreign = [](unsigned char c) { return (c < 0x20 && c != '\t' && c != '\r' && c != '\n') || c >= 0x7f; };
-  if (std::any_of(content.begin(), content.end(), foreign)) std::abort();
+  require(std::none_of(content.begin(), content.end(), foreign));
   int count = 0;
   for (auto at = content.find("\r\n--=_"); at != content.npos; at = content.find("\r\n--=_", at + 1)) ++count;
   return count;
@@ -34,7 +30,7 @@ std::string shapeOfReport(const std::string& message) {
   static OneMailbox mailbox;
   mailbox.hold(1, message);
   const auto mails = mailbox.report();
-  if (mails.size() != 1 || mails[0].content.size() > 40000) std::abort();
+  require(mails.size() == 1 && mails[0].content.size() <= 40000);
   return shapeOf(mails[0]) + std::to_string(borders(mails[0].content));
 }
 
@@ -43,6 +39,6 @@ std::string shapeOfReport(const std::string& message) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string id = "X-VX-Message-Id: <h@h>\n";
   static const std::string kWanted = shapeOfReport(id + "From: h <h@h.example>\nSubject: harmless\n\n");
-  if (shapeOfReport(id + std::string(data, data + size)) != kWanted) std::abort();
+  require(shapeOfReport(id + std::string(data, data + size)) == kWanted);
   return 0;
 }

@@ -4,12 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "tests/fuzz/fuzz.h"
 #include "tests/support/one_mailbox.h"
 
 namespace {
@@ -24,7 +19,7 @@ OneMailbox& mailbox() {
 const char* checked(const char* path) {
   const std::string steps = std::string(path) + "/";
   const bool below = steps.starts_with(mailbox().root / "") && steps.find("/../") == std::string::npos;
-  if (!below && !steps.starts_with(Velmar::Host::shareDirectory())) std::abort();
+  require(below || steps.starts_with(Velmar::Host::shareDirectory()));
   return path;
 }
 
@@ -49,9 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string recipients = input.substr(std::min(cut + 1, size));
   const auto mails = mailbox().report(input.substr(0, cut), recipients);
   const auto most = 1 + std::count(recipients.begin(), recipients.end(), ',');
-  if (static_cast<std::ptrdiff_t>(mails.size()) > most) std::abort();
-  for (const auto& mail : mails) {
-    if (mail.recipients != std::vector<std::string>{OneMailbox::kAddress}) std::abort();
-  }
+  require(static_cast<std::ptrdiff_t>(mails.size()) <= most);
+  for (const auto& mail : mails) require(mail.recipients == std::vector<std::string>{OneMailbox::kAddress});
   return 0;
 }

@@ -1,32 +1,24 @@
 // Fuzzes the parser of SMTP replies and checks what must hold: portions do not matter, replies keep their bounds, and
 // what is shown of them is one printable line.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
-
 #include "host/mail_builder/hand_over/smtp_reply.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 
 using Velmar::Host::SmtpReplyParser;
 
 void check(const Velmar::Host::SmtpReply& reply) {
-  if (reply.kind() < 2 || reply.kind() > 5) std::abort();
-  if (reply.lines.empty() || reply.lines.size() > SmtpReplyParser::kMaxLines) std::abort();
+  require(reply.kind() >= 2 && reply.kind() <= 5);
+  require(!reply.lines.empty() && reply.lines.size() <= SmtpReplyParser::kMaxLines);
   for (const std::string& line : reply.lines) {
-    if (line.size() > SmtpReplyParser::kMaxLine || line.find('\n') != std::string::npos) std::abort();
+    require(line.size() <= SmtpReplyParser::kMaxLine && line.find('\n') == std::string::npos);
   }
   const std::string shown = Velmar::Host::describe(reply);
-  if (shown.size() > 2000) std::abort();
-  for (const char c : shown) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) std::abort();
-  }
+  require(shown.size() <= 2000 && !hasControl(shown));
   Velmar::Host::isTooManyRecipients(reply);
   const auto keywords = Velmar::Host::parseEhlo(reply);
-  if (keywords.sizeLimit > 0 && !keywords.size) std::abort();
+  require(keywords.sizeLimit == 0 || keywords.size);
 }
 
 /// What comes out when the bytes arrive in portions of `step`.
@@ -49,8 +41,6 @@ std::string parsed(std::string_view bytes, std::size_t step) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes(data, data + size);
   const std::string whole = parsed(bytes, size + 1);
-  for (const std::size_t step : {std::size_t{1}, std::size_t{7}}) {
-    if (parsed(bytes, step) != whole) std::abort();
-  }
+  for (const std::size_t step : {std::size_t{1}, std::size_t{7}}) require(parsed(bytes, step) == whole);
   return 0;
 }

@@ -1,15 +1,11 @@
 // Any bytes as a held subject: the markup of the HTML is that of the template, and header values are one line.
 // The rest of the input is a template's own text, which must be refused or can be expanded.
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <string>
 
 #include "host/mail_builder/customized_template.h"
 #include "host/mail_builder/report_template.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 
@@ -34,9 +30,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const auto values = Velmar::Host::customize(kTemplate);
   values->subject(input.substr(0, cut), "S");
-  if (markup(values->htmlbody()) != markup(kHtml)) std::abort();
-  if (values->subjectRFC2047().find_first_of("\r\n") != std::string::npos) std::abort();
-  if (values->textbody().find_first_of("\r\n") != std::string::npos) std::abort();
+  require(markup(values->htmlbody()) == markup(kHtml));
+  for (const std::string& line : {values->subjectRFC2047(), values->textbody()}) {
+    require(line.find_first_of("\r\n") == std::string::npos);
+  }
 
   const std::string text = input.substr(cut);
   const auto own =

@@ -1,6 +1,5 @@
 // Runs a fuzz target over the files of directories, each once and each cut at a few places, without libFuzzer.
 
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -8,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 

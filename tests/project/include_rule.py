@@ -50,18 +50,12 @@ def self_check():
     """A rule that refuses nothing would pass for ever."""
     for path, mark, name, want in [
         ("spamreport/a.cc", '"', "host/host.h", True),
-        ("spamreport/a.cc", '"', "spamreport/images/var_cid_image.h", False),
         ("spamreport/a.cc", "<", "unicode/unistr.h", True),
-        ("spamreport/images/a.cc", '"', "velmar/spamreport.h", True),
         ("spamreport/images/a.cc", "<", "ctemplate/template.h", False),
-        ("spamreport/quarantine/a.cc", "<", "ctemplate/template.h", True),
         ("platform/a.h", "<", "sqlite3.h", True),
-        ("include/velmar/a.h", "<", "boost/thread.hpp", True),
         ("host/mailbox/a.cc", '"', "host/users_lists/lists.h", True),
         ("host/mailbox/a.cc", "<", "soci/soci.h", False),
-        ("host/common/a.cc", '"', "host/mailbox/b.h", True),
         ("tools/spamreport/a.cc", '"', "host/common/root.h", True),
-        ("bench/a.cc", '"', "spamreport/action_links.h", True),
     ]:
         assert refused(path, mark, name) == want, (path, name)
 

@@ -1,4 +1,4 @@
-"""A mail server on a loopback port, for a test: it takes mail, refuses it, or has a fault."""
+"""A mail server on a loopback port, for a test: it takes mail or refuses it."""
 
 import socketserver
 import threading
@@ -6,10 +6,6 @@ import threading
 
 class _Session(socketserver.StreamRequestHandler):
     def handle(self):
-        fault = self.server.fault
-        if fault == "silent":
-            self.server.ending.wait()
-            return
         self._say("220 mx.example.org")
         for line in self.rfile:
             word = line[:4].upper()
@@ -22,7 +18,7 @@ class _Session(socketserver.StreamRequestHandler):
                 self._say(answer)
             elif word == b"DATA" and accepted:
                 self._say("354 go on")
-                if not self._take_mail() or fault == "closes after DATA":
+                if not self._take_mail():
                     return
                 self._say("250 taken")
                 accepted = False
@@ -45,22 +41,18 @@ class _Session(socketserver.StreamRequestHandler):
 
 
 class MailServer(socketserver.ThreadingTCPServer):
-    """fault: "closes after DATA" (the mail is read whole) or "silent", which may also stand for another server.
-
-    `answers` says what a recipient gets by a part of its command, `mails` keeps what was read.
-    """
+    """`answers` says what a recipient gets by a part of its command, `mails` keeps what was read."""
 
     allow_reuse_address = True
     daemon_threads = True
 
-    def __init__(self, add_cleanup, fault="", answers=None):
+    def __init__(self, add_cleanup):
         super().__init__(("127.0.0.1", 0), _Session)
-        self.fault, self.answers, self.mails, self.ending = fault, answers or {}, [], threading.Event()
+        self.answers, self.mails = {}, []
         self.port = self.server_address[1]
         threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
         add_cleanup(self.end)
 
     def end(self):
-        self.ending.set()
         self.shutdown()
         self.server_close()

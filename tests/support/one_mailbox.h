@@ -25,8 +25,6 @@ class OneMailbox {
     Host::setLogToStderr(false);
     Host::setMailSink([this](const Host::QueuedMail& mail) { mails_.push_back(mail); });
   }
-  OneMailbox(const OneMailbox&) = delete;
-  OneMailbox& operator=(const OneMailbox&) = delete;
   ~OneMailbox() { Host::setMailSink(nullptr); }
 
   /// Puts a message into the quarantine, so many seconds before the end of the period, in place of the one of that

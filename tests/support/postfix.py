@@ -21,22 +21,6 @@ from pathlib import Path
 
 from loopback import free_port
 
-MASTER_CF = """\
-127.0.0.1:{port} inet n - n - - smtpd
-cleanup unix n - n - 0 cleanup
-qmgr unix n - n 300 1 qmgr
-tlsmgr unix - - n 1000? 1 tlsmgr
-rewrite unix - - n - - trivial-rewrite
-bounce unix - - n - 0 bounce
-defer unix - - n - 0 bounce
-trace unix - - n - 0 bounce
-proxymap unix - - n - - proxymap
-error unix - - n - - error
-retry unix - - n - - error
-virtual unix - n n - - virtual
-anvil unix - - n - 1 anvil
-postlog unix-dgram n - n - 1 postlogd
-"""
 
 # Runs the master in a session of its own and ends all of it when standard input ends: also when the test is killed.
 GUARD = '"$0" -c "$1" -d & read -r _; trap "" TERM; kill 0; wait'
@@ -61,7 +45,7 @@ class Postfix:
             (self.directory / name).mkdir()
             os.chown(self.directory / name, owner, -1)
         self._write("access", "".join("%s %s\n" % entry for entry in (access or {}).items()))
-        self._write("master.cf", MASTER_CF.format(port=self.port))
+        self._write("master.cf", Path(__file__).with_name("master.cf").read_text().format(port=self.port))
         main = {
             "compatibility_level": "3.6", "queue_directory": self.directory / "queue",
             "data_directory": self.directory / "data", "maillog_file": self.directory / "log",

@@ -16,26 +16,6 @@ from loopback import free_port, make_certificates
 SUFFIX = "dc=example,dc=org"
 ADMIN = "cn=admin," + SUFFIX
 PASSWORD = "secret"
-CONFIG = """
-include /etc/ldap/schema/core.schema
-include /etc/ldap/schema/cosine.schema
-include /etc/ldap/schema/inetorgperson.schema
-modulepath /usr/lib/ldap
-moduleload back_mdb
-pidfile {dir}/slapd.pid
-TLSCACertificateFile {dir}/ca.pem
-TLSCertificateFile {dir}/server.pem
-TLSCertificateKeyFile {dir}/server.key
-referral ldap://127.0.0.1:1
-access to * by users read by * auth
-database mdb
-maxsize 16777216
-directory {dir}/data
-suffix "{suffix}"
-rootdn "{admin}"
-rootpw {password}
-index mail,member eq
-"""
 
 
 class Slapd:
@@ -48,7 +28,8 @@ class Slapd:
         (self.directory / "data").mkdir(parents=True)
         make_certificates(self.directory)
         self.config = self.directory / "slapd.conf"
-        self.config.write_text(CONFIG.format(dir=self.directory, suffix=SUFFIX, admin=ADMIN, password=PASSWORD))
+        self.config.write_text(Path(__file__).with_name("slapd.conf").read_text().format(
+            dir=self.directory, suffix=SUFFIX, admin=ADMIN, password=PASSWORD))
         subprocess.run(["/usr/sbin/slapadd", "-q", "-f", self.config, "-l", ldif], check=True)
         self.start()
 

@@ -42,8 +42,6 @@ class ScopedVariable {
 class TempRoot {
  public:
   explicit TempRoot(const std::string& name = "velmar-test-") : path_(made(name)) {}
-  TempRoot(const TempRoot&) = delete;
-  TempRoot& operator=(const TempRoot&) = delete;
   ~TempRoot() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);

@@ -3,7 +3,6 @@
 #include "tools/spamreport/recipients.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tools/spamreport/commands.h"
 
@@ -16,10 +15,7 @@ const std::string kLongDomain = std::string(60, 'd') + "." + std::string(57, 'e'
 
 TEST(ParseRecipients, TakesMailboxesOfTheDomains) {
   const std::string longest = std::string(115, 'x') + "@example.org";
-  const struct {
-    std::string list;
-    std::vector<Mailbox> want;
-  } cases[] = {
+  const std::pair<std::string, std::vector<Mailbox>> cases[] = {
       {" b@example.org\t, a@EXAMPLE.org ,,b@example.org,",
        {{"example.org", "b@example.org"}, {"example.org", "a@example.org"}}},
       {"A~b+l@example.org,a~b+l@example.org",
@@ -27,7 +23,7 @@ TEST(ParseRecipients, TakesMailboxesOfTheDomains) {
       {"a@example.org,a@Example.NET", {{"example.org", "a@example.org"}, {"example.net", "a@example.net"}}},
       {longest, {{"example.org", longest}}},
   };
-  for (const auto& c : cases) EXPECT_EQ(parseRecipients({"example.org", "example.net"}, c.list), c.want) << c.list;
+  for (const auto& [list, want] : cases) EXPECT_EQ(parseRecipients({"example.org", "example.net"}, list), want) << list;
   EXPECT_EQ(parseRecipients({kLongDomain}, "xx@" + kLongDomain).size(), 1U);
 }
 

@@ -18,10 +18,8 @@ TEST(LogEventsDocument, AgreesWithTheTable) {
     EXPECT_EQ(findEvent(event.code), &event);
     char code[16];
     std::snprintf(code, sizeof code, "0x%x", event.code);
-    want.push_back(std::string("### ") + code + " " + event.name +
-                   (event.failure   ? " (failure)"
-                    : event.warning ? " (warning)"
-                                    : ""));
+    const char* const kind = event.failure ? " (failure)" : event.warning ? " (warning)" : "";
+    want.push_back(std::string("### ") + code + " " + event.name + kind);
     std::string fields = "Fields:";
     for (const char* field : event.fields) {
       if (field) fields += std::string(fields.ends_with(':') ? " `" : ", `") + field + "`";

@@ -3,7 +3,6 @@
 #include "host/logging/log_line.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdlib>

@@ -1,7 +1,6 @@
 // The sinks that may have nobody at their other end: local sockets and stderr.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "host/mail_builder/header_encoding.h"
-#include "host/mail_builder/utf8.h"
 #include "platform/mail_builder.h"
 
 namespace Velmar {
@@ -75,48 +73,24 @@ TEST(DecodeTest, RawBytesAndControls) {
       {"damaged UTF-8", "f\xC3\xBCr \xC3\xBC \xE2\x82", "für ü \uFFFD"},
       {"controls", "a\tb\x01z\x7fy\0x"s, "a b z y x"},
       {"line ends that fold nothing", "a\rb\nc\r\nd\r\n", "a b c  d  "},
+      {"a fold after a word, none after a blank", "a\n b \nc", "a b  c"},
       {"encoded line ends", "=?utf-8?Q?a=0D=0AX-Evil:_1=00=01=09b?=", "a  X-Evil: 1   b"},
       {"C1 and line separators", "a\u0085b\u009Fc\u2028d\u2029e", "a b c d e"},
   });
 }
 
-/// A word, perhaps without its padding, as some senders write them.
-std::string encodedWord(const char* charset, const std::string& bytes, bool padded) {
-  std::string text = Buffer(bytes.data(), static_cast<unsigned>(bytes.size()), false).toBase64String();
-  if (!padded) text.resize(text.find_last_not_of('=') + 1);
-  return std::string("=?") + charset + "?B?" + text + "?=";
-}
-
 TEST(DecodeTest, WordsOfAnyLengthInAnyCharsetGiveTheirText) {
-  const struct {
-    const char* charset;
-    const char16_t* characters;
-    std::size_t longest = 20;  // bytes of a word; more where each word begins in the first state
-  } cases[] = {
-      {"utf-8", u"aü日😀"},
-      {"iso-8859-2", u"žő="},
-      {"windows-1251", u"Жя?"},
-      {"koi8-u", u"їґ "},
-      {"iso-8859-6", u"عش"},
-      {"windows-1255", u"ש₪"},
-      {"iso-8859-7", u"λΩ"},
-      {"tis-620", u"ก฿"},
-      {"cp1252", u"€“ÿ"},
-      {"shift_jis", u"日表ｱA"},
-      {"euc-jp", u"日ｱ髙A"},
-      {"euc-kr", u"한글A"},
-      {"gb2312", u"中文A"},
-      {"gb18030", u"中😀ő1"},
-      {"big5", u"功許A"},
-      {"iso-2022-jp", u"日A", 1000},
-      {"iso-2022-kr", u"한A", 1000},
-      {"hz", u"中~", 1000},
-      {"utf-7", u"日+A", 1000},
-      {"utf-16", u"日A", 1000},
-  };
+  const std::pair<const char*, const char16_t*> cases[] = {
+      {"utf-8", u"aü日😀"},     {"iso-8859-2", u"žő="},   {"windows-1251", u"Жя?"}, {"koi8-u", u"їґ "},
+      {"iso-8859-6", u"عش"},   {"windows-1255", u"ש₪"},  {"iso-8859-7", u"λΩ"},    {"tis-620", u"ก฿"},
+      {"cp1252", u"€“ÿ"},      {"shift_jis", u"日表ｱA"}, {"euc-jp", u"日ｱ髙A"},    {"euc-kr", u"한글A"},
+      {"gb2312", u"中文A"},    {"gb18030", u"中😀ő1"},    {"big5", u"功許A"},       {"iso-2022-jp", u"日A"},
+      {"iso-2022-kr", u"한A"}, {"hz", u"中~"},           {"utf-7", u"日+A"},       {"utf-16", u"日A"}};
   std::mt19937 random(11);
-  for (const auto& c : cases) {
-    const icu::UnicodeString characters(c.characters);
+  for (const auto& [charset, text16] : cases) {
+    const icu::UnicodeString characters(text16);
+    const bool firstState =
+        std::string_view("iso-2022-jp iso-2022-kr hz utf-7 utf-16").find(charset) != std::string::npos;
     for (int round = 0; round < 200; ++round) {
       icu::UnicodeString text;
       for (auto count = 1 + random() % 20; count > 0; --count) {
@@ -124,34 +98,16 @@ TEST(DecodeTest, WordsOfAnyLengthInAnyCharsetGiveTheirText) {
       }
       std::string want, raw, bytes(500, '\0');
       text.toUTF8String(want);
-      bytes.resize(static_cast<std::size_t>(text.extract(0, text.length(), bytes.data(), 500, c.charset)));
+      bytes.resize(static_cast<std::size_t>(text.extract(0, text.length(), bytes.data(), 500, charset)));
+      // Words of up to 20 bytes, cut anywhere; one where each begins in the first state. Some senders leave out "=".
       for (std::size_t from = 0, length = 0; from < bytes.size(); from += length) {
-        length = c.longest > bytes.size() ? bytes.size() : 1 + random() % c.longest;
-        raw += encodedWord(c.charset, bytes.substr(from, length), random() % 3 != 0) + " ";
+        length = firstState ? bytes.size() : std::min(1 + random() % 20, bytes.size() - from);
+        std::string word = Buffer(&bytes[from], static_cast<unsigned>(length), false).toBase64String();
+        if (random() % 3 == 0) word.resize(word.find_last_not_of('=') + 1);
+        raw += std::string("=?") + charset + "?B?" + word + "?= ";
       }
       ASSERT_EQ(decoded(raw + "=?none?Q?=FC?= " + raw), want + "ü" + want + " ") << raw;
     }
-  }
-}
-
-/// Whatever comes in, one line of valid UTF-8 comes out.
-bool isCleanLine(const std::string& text) {
-  return Host::utf8Quality(text).malformed == 0 && Host::oneLine(text) == text;
-}
-
-TEST(DecodeTest, AnyBytesGiveACleanLineThatEncodingKeeps) {
-  std::mt19937 random(7);
-  const std::vector<std::string> pieces = {
-      "=?",    "?=",   "?Q?",  "?B?",     "utf-8", "iso-2022-jp", "=",       "_",    " ",          "\r\n",
-      "\xC3",  "\xBC", "\x80", "hz",      "~{",    "SGVsbG8=",    "\0"s,     "scsu", "\x1b$B",     "\xFF",
-      "utf-7", "+AA",  "=81",  "gb18030", "\"",    "😀",           "e\u0301", "<",    "=?hz?Q?~{?="};
-  for (int round = 0; round < 20000; ++round) {
-    std::string raw;
-    for (auto count = random() % 30; count > 0; --count) raw += pieces[random() % pieces.size()];
-    const std::string text = "x" + decoded(raw) + "x";
-    ASSERT_TRUE(isCleanLine(text)) << raw;
-    const std::string field = Host::foldedField("Subject", Host::encodeUnstructured(text));
-    ASSERT_EQ(decoded(field.substr(9, field.size() - 11)), text) << field;
   }
 }
 

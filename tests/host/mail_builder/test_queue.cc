@@ -1,7 +1,6 @@
 // The queue: what each answer of a server makes of a mail, when it is tried, and who tries it.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <climits>
@@ -33,13 +32,9 @@ TEST(RetryScheduleTest, DoublesUpToTheLongestAndGivesUpOnlyAfterALastTry) {
     EXPECT_EQ(Host::retryDelay(config, failures), want) << failures;
   }
   constexpr long long kEnd = 1000 + 432000;  // of a mail that was queued at 1000
-  for (const auto& [now, want] : {std::pair(1000LL, 1300LL),
-                                  {0, 300},
-                                  {kEnd - 301, kEnd - 1},
-                                  {kEnd - 299, kEnd},
-                                  {kEnd - 1, kEnd},
-                                  {kEnd, -1},
-                                  {kEnd + 5, -1}}) {
+  const std::pair<long long, long long> attempts[] = {
+      {1000, 1300}, {0, 300}, {kEnd - 301, kEnd - 1}, {kEnd - 299, kEnd}, {kEnd - 1, kEnd}, {kEnd, -1}, {kEnd + 5, -1}};
+  for (const auto& [now, want] : attempts) {
     EXPECT_EQ(Host::nextAttempt(config, 1000, 1, now).value_or(-1), want) << now;
   }
   for (const auto& [next, want] : {std::pair(0, true), {100, true}, {101, false}, {4100, false}, {4101, true}}) {
@@ -287,6 +282,7 @@ TEST_F(QueueTest, AFullDiskRefusesNewMails) {
                                     {{0, INT_MAX}, "inodes are free, 2147483647 must be"}}) {
     EXPECT_THAT(thrownBy([&] { queue("m", "a", floor); }), HasSubstr(want));
   }
+  EXPECT_THAT(Host::spoolSpaceFault(root / "", std::size_t{1} << 60, {0, 0}), HasSubstr(" MiB are free, 0 MiB must"));
   EXPECT_TRUE(Host::listSpool().empty());
 }
 

@@ -1,7 +1,6 @@
 // The spool: whole or not at all, strict when read, and never in the way of what is there.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <vector>

@@ -1,7 +1,6 @@
 // Report templates: where they are found, what makes them faulty, and that no held text becomes markup.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -35,25 +34,20 @@ boost::shared_ptr<VXCustomizedEmailTemplate> filled(const TemplateTexts& texts) 
 }
 
 TEST(ReportTemplateTest, FaultsAreNamed) {
-  struct Case {
+  const std::string none = "a held text takes no modifier but";
+  const std::string open = "File ended before all sections were closed";
+  const struct {
     const char* why;
     TemplateTexts texts;
     std::string want;
-  };
-  const std::string none = "a held text takes no modifier but";
-  const std::string open = "File ended before all sections were closed";
-  const std::vector<Case> cases = {
+  } cases[] = {
       {"byte order mark, CR LF", {"\uFEFFFrom: q@x\r\nSubject: s\r\nEnvelope-From: \r\n", "h", "t"}, ""},
       {"no subject", {"From: q@x\nEnvelope-From:\n", "h", "t"}, "header.tpl: no line Subject:"},
-      {"section over two lines",
-       {"From: {{#A}}a\nSubject: b{{/A}}\nEnvelope-From:", "h", "t"},
-       "header.tpl:1: " + open},
+      {"over two lines", {"From: {{#A}}a\nSubject: b{{/A}}\nEnvelope-From:", "h", "t"}, "header.tpl:1: " + open},
       {"open section", {kHeader, "{{#A}}x", "t"}, "body.html.tpl:1: " + open},
       {"unquoted link", {kHeader, "<a href={{X}}>", "t"}, "body.html.tpl:1: Auto-Escape: Value of URL attribute"},
       {"second of three", {kHeader, "{{#A}}{{X}}\n{{#B}}x\n{{/A}}{{/B}}{{Y}}", "t"}, "body.html.tpl:3: Found end of"},
-      {"in a tag",
-       {kHeader, "{{#A}}{{X}}\n<a href=\"{{X}}\"\nid={{X:up}}>{{/A}}", "t"},
-       "body.html.tpl:3: Unknown mod"},
+      {"in a tag", {kHeader, "{{#A}}{{X}}\n<a href=\"{{X}}\"\nid={{X:up}}>{{/A}}", "t"}, "body.html.tpl:3: Unknown"},
       {"unended marker", {kHeader, "h", "{{X}}\n{{X}}\n{{X"}, "body.txt.tpl:3: No ending '}}'"},
       {"second language", {"Language: de\nLanguage: fr\n" + std::string(kHeader), "h", "t"}, "header.tpl:2: a second"},
       {"include", {kHeader, "a\nb{{>F}}", "t"}, "body.html.tpl:2: includes are not supported"},
@@ -66,7 +60,7 @@ TEST(ReportTemplateTest, FaultsAreNamed) {
       {"made inert", {kHeader, "{{SENDER_NAME:x-inert=9}}{{ORIG_SUBJECT:x-inert=9:h}}", "t"}, ""},
       {"not UTF-8", {kHeader, "\xFF", "t"}, "body.html.tpl: is not UTF-8 text"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const auto one = filled(c.texts);
     EXPECT_EQ(one->good(), c.want.empty()) << c.why;
     one->set("X", "x");
@@ -120,10 +114,7 @@ TEST(TemplateValuesTest, HeldTextsAreCutBetweenCharacters) {
 }
 
 TEST(TemplateValuesTest, SenderIsNameAndAddress) {
-  const struct {
-    const char* raw;
-    const char* want;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"Ann <a@x>", "+Ann|+a@x|"},
       {"a@x", "|+a@x|"},
       {"\"bank@safe\" <evil@x>", "+bank@safe|+evil@x|"},
@@ -151,9 +142,7 @@ TEST(TemplateValuesTest, CountSectionFollowsTheTemplatesLanguage) {
   const std::string all =
       "{{#COUNT_ONE}}one{{/COUNT_ONE}}{{#COUNT_FEW}}few{{/COUNT_FEW}}{{#COUNT_OTHER}}other{{/COUNT_OTHER}}";
   const struct {
-    const char* language;
-    const char* count;
-    const char* want;
+    const char *language, *count, *want;
   } cases[] = {
       {"", "1", "one"},
       {"", "0", "other"},
@@ -191,13 +180,12 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
 TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
   const std::string z = "\u200B";
   const struct {
-    std::string held;
-    std::string page;
-    std::string text;
+    std::string held, page, text;
   } cases[] = {
       {"invoice\u202Efdp.exe", "invoicefdp." + z + "exe", "invoicefdp[.]exe"},
       {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041", "payp", "payp"},
       {"👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F"},
+      {"\uFE10a\uFE00", "\uFE10a\uFE00", "\uFE10a\uFE00"},  // a comma, not a selector of variants
       {"क्\u200Dष क्\u200Cष a\u200Db", "क्\u200Dष क्\u200Cष ab", "क्\u200Dष क्\u200Cष ab"},
       {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
       {"see http://a.bc/d", "see http:" + z + "//a." + z + "bc/d", "see http[:]//a[.]bc/d"},
@@ -222,18 +210,10 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
 }
 
 TEST(InertTextTest, NumberOfCharactersIsTheModifiersArgument) {
-  const std::pair<std::string, std::size_t> cases[] = {{"1", 1},
-                                                       {"9", 9},
-                                                       {"999", 999},
-                                                       {"1001", 1000},
-                                                       {"0", 1000},
-                                                       {"9x", 1000},
-                                                       {"-9", 1000},
-                                                       {"", 1000},
-                                                       {"+9", 1000},
-                                                       {"1e2", 1000},
-                                                       {"99999999999999999999", 1000}};
-  for (const auto& [argument, want] : cases) {
+  for (const std::string argument :
+       {"1", "9", "999", "1001", "0", "9x", "-9", "", "+9", "1e2", "99999999999999999999"}) {
+    const bool sound = argument == "1" || argument == "9" || argument == "999";
+    const std::size_t want = sound ? std::stoul(argument) : 1000;
     const auto one = filled({kHeader, "h", "{{S:x-inert-text=" + argument + "}}"});
     one->set("S", std::string(1100, 'a'));
     EXPECT_EQ(one->textbody(), std::string(want - 1, 'a') + "…") << argument;
@@ -328,10 +308,9 @@ TEST_F(TemplateStoreTest, Places) {
   writeTemplate(own + "example.org/brief", "brief of example.org");
   writeTemplate("etc/secret", "outside");
   root.write(own + "partial/header.tpl", kHeader);
-  struct Case {
+  const struct {
     std::string name, domain, want;
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {"default", "", "shipped default"},
       {"brief", "", "own brief"},
       {"brief", "example.org", "brief of example.org"},
@@ -344,7 +323,7 @@ TEST_F(TemplateStoreTest, Places) {
       {std::string("brief\0x", 7), "", "none"},
       {std::string(256, 'a'), "", "none"},
   };
-  for (const Case& c : cases) EXPECT_EQ(found(c.name, c.domain), c.want) << c.domain << "/" << c.name;
+  for (const auto& c : cases) EXPECT_EQ(found(c.name, c.domain), c.want) << c.domain << "/" << c.name;
   EXPECT_EQ(found("brief", "", 37), "none");
 }
 

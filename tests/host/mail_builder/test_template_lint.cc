@@ -1,13 +1,13 @@
 // What is said about odd templates, and that the names it knows are those of the documentation.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
 
+#include "host/mail_builder/html_place.h"
 #include "host/mail_builder/plural_class.h"
 #include "host/mail_builder/template_lint.h"
 #include "host/mail_builder/template_names.h"
@@ -61,10 +61,8 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
   const std::string rows = "{{#QUARANTINE_MESSAGES_TABLE}}";
   const TemplateTexts sound = textsIn(SHARE "/templates/default");
   const auto lines = std::to_string(std::count(sound.html.begin(), sound.html.end(), '\n') + 2);
-  const struct {
-    std::string marker;
-    std::string want;  ///< of a page that has the marker added in a line of its own
-  } cases[] = {
+  // What is said of a page that has the marker added in a line of its own.
+  const std::pair<std::string, std::string> cases[] = {
       {"{{ORIG_SUBJET}}", "unknown variable ORIG_SUBJET: it is always empty"},
       {"{{! {{ORIG_SUBJET }}{{BI_SPACE}}", ""},
       {"{{ORIG_DATE}}", "ORIG_DATE is empty here, it is filled in QUARANTINE_MESSAGES_TABLE"},
@@ -99,8 +97,8 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
        "TITLE_LOGO shows as its own source text: write \":h\" before \":x-img-cid=\""},
       {"{{DELETE_SUBJECT}}",
        "DELETE_SUBJECT is empty in a report with web_release only: put it into SPAM_EMAIL_ACTION"},
-      {"<IMG alt='' SRC=logo.png>",
-       "the image \"logo.png\" does not exist for the mail's reader: show an image by "
+      {"<IMG alt='' SRC=LOGO-AZ.png>",
+       "the image \"logo-az.png\" does not exist for the mail's reader: show an image by "
        "{{TITLE_LOGO:h:x-img-cid=TITLE_LOGO:none}}"},
       {"<img src = 'a.png'>",
        "the image \"a.png\" does not exist for the mail's reader: show an image by "
@@ -121,82 +119,83 @@ TEST(TemplateLintTest, EachOddMarkerIsNamedWithItsPlace) {
   }
 }
 
-TEST(TemplateLintTest, EachMissingPartIsNamed) {
-  const TemplateTexts sound = textsIn(SHARE "/templates/default");
-  const std::string subject = "{{ORIG_SUBJECT:x-inert-text=300}}";
-  const std::string webSubject = "{{#SPAM_WEB_ACTION}}" + subject + "{{/SPAM_WEB_ACTION}}";
-  const std::string txt = "body.txt.tpl:";
-  const std::vector<OfferedActions> any;
-  const std::vector<OfferedActions> web{{true, false}};
-  const struct {
-    std::string TemplateTexts::*file;
-    std::string old, by;  ///< what is replaced, everywhere
-    std::vector<OfferedActions> offers;
-    std::vector<std::string> want;
-  } cases[] = {
-      {&TemplateTexts::text,
-       "{{RELEASE_URL}}",
-       "",
-       any,
-       {txt + "1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
-              "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
-      {&TemplateTexts::text, "{{RELEASE_URL}}", "", {{false, true}}, {}},
-      {&TemplateTexts::html,
-       "<a href=\"{{RELEASE_URL}}\">",
-       "<!-- <a href=\"{{RELEASE_URL}}\"> -->",
-       any,
-       {"body.html.tpl:1: does not say how to release a message on the web: put {{RELEASE_URL}} into "
-        "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION"}},
-      {&TemplateTexts::text,
-       subject,
-       webSubject,
-       any,
-       {txt + "1: does not say what a message is about in a report with email_release only: put "
-              "{{ORIG_SUBJECT:x-inert-text=200}} into QUARANTINE_MESSAGES_TABLE"}},
-      {&TemplateTexts::text, subject, webSubject, web, {}},
-      {&TemplateTexts::text,
-       "{{PREFERENCE_URL}}",
-       "",
-       any,
-       {txt + "1: note: does not say where to change the preferences: put {{PREFERENCE_URL}} into SPAM_OTHER_ACTION"}},
-      {&TemplateTexts::text,
-       "{{MAILBOX_ADDRESS}} at",
-       "{{%AUTOESCAPE context=\"HTML\"}}{{MAILBOX_ADDRESS}} at",
-       any,
-       {txt + "3: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE context=\"HTML\"}}"}},
-      {&TemplateTexts::html,
-       "{{#EVEN_ROW}} class=\"even\" bgcolor=\"#f7f9fa\"{{/EVEN_ROW}}",
-       "",
-       any,
-       {"body.html.tpl:1: note: no section ODD_ROW or EVEN_ROW, one of which each row opens"}},
-      {&TemplateTexts::text,
-       "{{#COUNT_ONE}}",
-       "{{#COUNT_TWO}}",
-       any,
-       {txt + "1: shows nothing for the number 1: write the section COUNT_ONE",
-        txt + "1: note: the section COUNT_TWO is never shown: the language \"en\" has no such class"}},
-      {&TemplateTexts::header,
-       "Language: en",
-       "Language: german",
-       any,
-       {"header.tpl:1: unknown language \"german\": words are chosen as if it had one form for all numbers"}},
-      {&TemplateTexts::header, "Language: en", "Language: sv", any, {}},
-      {&TemplateTexts::header,
-       "RELEASE",
-       "DELETE",
-       web,
-       {"header.tpl:3: DELETE_CONTROL_USER is empty in a report with web_release only: put it into SPAM_EMAIL_ACTION"}},
-      {&TemplateTexts::header, "Subject: ", "Subject:\nX: ", any, {"header.tpl:4: the subject is empty"}},
+// m = markup, u and q = a value begins, without and behind a quote, a = of an active attribute, c = comment
+TEST(HtmlPlaceTest, KnowsWhatStandsHere) {
+  const std::pair<const char*, std::vector<const char*>> cases[] = {
+      {"m", {"<", "<a", "<z", "<A", "<Z", "<a x='y'", "<!--x--><a"}},
+      {"mu", {"<a x=", "<a x=' ' y="}},
+      {"q", {"<a x='", "<a x=\"", "<a href='' x='", "<a title='"}},
+      {"qa", {"<a href='", "<a b='' STYLE = '", "<a onx='"}},
+      {"a", {"<a HREF = \"x"}},
+      {"c", {"<!--", "<!-- <a", "<!--<", "<!-- ->"}},
+      {"",
+       {"", "<@", "<[", "<`", "<{", "< ", "a>", "<a x='y", "<a x='\"", "<a x='>", "<a x=''>", "<!-->", "<!--->", "<!-x",
+        "<!--<a href='-->"}},
   };
-  for (const auto& c : cases) {
-    TemplateTexts texts = sound;
-    std::string& text = texts.*c.file;
-    ASSERT_NE(text.find(c.old), std::string::npos) << c.old;
-    for (std::size_t at = 0; (at = text.find(c.old, at)) != std::string::npos; at += c.by.size()) {
-      text.replace(at, c.old.size(), c.by);
+  for (const auto& [want, texts] : cases) {
+    for (const char* text : texts) {
+      const std::string more = std::string(text) + ">a";
+      HtmlPlace place;
+      place.read(std::string_view(more).substr(0, more.size() - 2));  // nothing behind it counts
+      const std::string got = std::string(place.isMarkup() ? "m" : "") + (place.beginsUnquotedValue() ? "u" : "") +
+                              (place.beginsQuotedValue() ? "q" : "") + (place.isActive() ? "a" : "") +
+                              (place.inComment() ? "c" : "");
+      EXPECT_EQ(got, want) << text;
     }
-    EXPECT_EQ(said(texts, c.offers), c.want) << c.old << " -> " << c.by;
   }
+  HtmlPlace cut;
+  cut.read(std::string_view("<a").substr(0, 1));
+  cut.read("x=");
+  EXPECT_FALSE(cut.beginsUnquotedValue());
+}
+
+TEST(TemplateLintTest, EachMissingPartIsNamed) {
+  using T = TemplateTexts;
+  const std::string subject = "{{ORIG_SUBJECT:x-inert-text=300}}", url = "{{RELEASE_URL}}";
+  const std::string webSubject = "{{#SPAM_WEB_ACTION}}" + subject + "{{/SPAM_WEB_ACTION}}";
+  const std::string noRelease =
+      "does not say how to release a message on the web: put {{RELEASE_URL}} into "
+      "QUARANTINE_MESSAGES_TABLE/SPAM_WEB_ACTION";
+  const std::vector<OfferedActions> web{{true, false}}, mail{{false, true}};
+  // What is said of the default template, joined by "; ", when a text in it is replaced everywhere.
+  const auto saidWith = [](std::string T::*file, const std::string& old, const std::string& by,
+                           const std::vector<OfferedActions>& offers = {}) {
+    TemplateTexts texts = textsIn(SHARE "/templates/default");
+    std::string& text = texts.*file;
+    EXPECT_NE(text.find(old), std::string::npos) << old;
+    for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += by.size()) {
+      text.replace(at, old.size(), by);
+    }
+    std::string all;
+    for (const std::string& line : said(texts, offers)) all += (all.empty() ? "" : "; ") + line;
+    return all;
+  };
+  EXPECT_EQ(saidWith(&T::text, url, ""), "body.txt.tpl:1: " + noRelease);
+  EXPECT_EQ(saidWith(&T::text, url, "", mail), "");
+  EXPECT_EQ(saidWith(&T::html, "<a href=\"{{RELEASE_URL}}\">", "<!-- <a href=\"{{RELEASE_URL}}\"> -->"),
+            "body.html.tpl:1: " + noRelease);
+  EXPECT_EQ(saidWith(&T::text, subject, webSubject),
+            "body.txt.tpl:1: does not say what a message is about in a report with email_release only: put "
+            "{{ORIG_SUBJECT:x-inert-text=200}} into QUARANTINE_MESSAGES_TABLE");
+  EXPECT_EQ(saidWith(&T::text, subject, webSubject, web), "");
+  EXPECT_EQ(saidWith(&T::text, "{{PREFERENCE_URL}}", ""),
+            "body.txt.tpl:1: note: does not say where to change the preferences: put {{PREFERENCE_URL}} into "
+            "SPAM_OTHER_ACTION");
+  EXPECT_EQ(saidWith(&T::text, "{{MAILBOX_ADDRESS}} at", "{{%AUTOESCAPE context=\"HTML\"}}{{MAILBOX_ADDRESS}} at"),
+            "body.txt.tpl:3: this is plain text, and would be escaped for a page: remove {{%AUTOESCAPE "
+            "context=\"HTML\"}}");
+  EXPECT_EQ(saidWith(&T::html, "{{#EVEN_ROW}} class=\"even\" bgcolor=\"#f7f9fa\"{{/EVEN_ROW}}", ""),
+            "body.html.tpl:1: note: no section ODD_ROW or EVEN_ROW, one of which each row opens");
+  EXPECT_EQ(saidWith(&T::text, "{{#COUNT_ONE}}", "{{#COUNT_TWO}}"),
+            "body.txt.tpl:1: shows nothing for the number 1: write the section COUNT_ONE; body.txt.tpl:1: note: the "
+            "section COUNT_TWO is never shown: the language \"en\" has no such class");
+  EXPECT_EQ(saidWith(&T::header, "Language: en", "Language: german"),
+            "header.tpl:1: unknown language \"german\": words are chosen as if it had one form for all numbers");
+  EXPECT_EQ(saidWith(&T::header, "Language: en", "Language: sv"), "");
+  EXPECT_EQ(saidWith(&T::header, "RELEASE", "DELETE", web),
+            "header.tpl:3: DELETE_CONTROL_USER is empty in a report with web_release only: put it into "
+            "SPAM_EMAIL_ACTION");
+  EXPECT_EQ(saidWith(&T::header, "Subject: ", "Subject:\nX: "), "header.tpl:4: the subject is empty");
 }
 
 std::vector<std::string> quotedIn(const std::string& cell) {

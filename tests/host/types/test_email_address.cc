@@ -24,17 +24,14 @@ Addresses parseSet(const std::string& text, bool requireDomain = true) {
   return addresses;
 }
 
-struct Accepted {
-  std::string text;
-  std::string want;  // "LOCAL|DOMAIN|DISPLAY"
-};
+using Accepted = std::pair<std::string, std::string>;  // a text, and "LOCAL|DOMAIN|DISPLAY"
 
 void expectAccepted(const std::vector<Accepted>& rows, bool requireDomain) {
-  for (const Accepted& row : rows) {
-    const EmailAddress got = EmailAddress::rfc5322Parse(row.text, requireDomain);
-    EXPECT_EQ(got.localPart() + "|" + got.domain() + "|" + got.displayName(), row.want) << "of " << row.text;
+  for (const auto& [text, want] : rows) {
+    const EmailAddress got = EmailAddress::rfc5322Parse(text, requireDomain);
+    EXPECT_EQ(got.localPart() + "|" + got.domain() + "|" + got.displayName(), want) << "of " << text;
     EXPECT_EQ(got.asString(), got.domain().empty() ? got.localPart() : got.localPart() + "@" + got.domain());
-    EXPECT_FALSE(got.isEmptyAddress()) << "of " << row.text;
+    EXPECT_FALSE(got.isEmptyAddress()) << "of " << text;
   }
 }
 
@@ -104,11 +101,7 @@ TEST(EmailAddressParse, TakesALocalPartAloneWhenNoDomainIsRequired) {
 }
 
 TEST(EmailAddressParseSet, SplitsAtTheCommasOfTheGrammar) {
-  struct Row {
-    std::string text;
-    Addresses want;
-  };
-  const std::vector<Row> rows = {
+  const std::pair<std::string, Addresses> rows[] = {
       {" , ,(only, a comment),\r\n ,", {}},
       {",a@b ,, c@d,", {"a@b", "c@d"}},
       {"\"a,b\"@c,Joe \"x, \\\", y\" <d@e>", {"\"a,b\"@c", "d@e"}},
@@ -129,7 +122,7 @@ TEST(EmailAddressParseSet, SplitsAtTheCommasOfTheGrammar) {
       // the set's order and its notion of equality
       {"c@d, Joe <a@b>, a@B, root, A@b", {"A@b", "a@b", "c@d"}},
   };
-  for (const Row& row : rows) EXPECT_EQ(parseSet(row.text), row.want) << "of " << row.text;
+  for (const auto& [text, want] : rows) EXPECT_EQ(parseSet(text), want) << "of " << text;
   EXPECT_EQ(parseSet("root, a@b", false), (Addresses{"a@b", "root"}));
 }
 

@@ -1,7 +1,6 @@
 // Address lists and language preferences as their callers see them.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tests/host/users_lists/lists.h"
 #include "tests/host/users_lists/stores.h"

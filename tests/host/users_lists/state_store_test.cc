@@ -4,7 +4,6 @@
 #include "host/users_lists/state_store.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <future>

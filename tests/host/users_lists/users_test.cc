@@ -1,7 +1,6 @@
 // Mailbox names and deleted users.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tests/host/users_lists/lists.h"
 #include "tests/support/temp_root.h"
