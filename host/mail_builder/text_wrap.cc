@@ -103,12 +103,20 @@ class Wrapping {
     column_ = indent_.size();
   }
 
+  /// Of a word that has blanks in it, because nothing may end a line behind an opening bracket, none begins a line.
   void addInPieces(std::string_view word) {
+    bool fresh = false;
     for (std::size_t i = 0; i < word.size();) {
       const Character c = characterAt(word, i);
-      if (column_ + columnsOf(c.point) > columns_) newLine();
-      out_ += word.substr(i, c.bytes);
-      column_ += columnsOf(c.point);
+      if (column_ + columnsOf(c.point) > columns_) {
+        newLine();
+        fresh = true;
+      }
+      if (c.point != ' ') fresh = false;
+      if (!fresh) {
+        out_ += word.substr(i, c.bytes);
+        column_ += columnsOf(c.point);
+      }
       i += c.bytes;
     }
   }
