@@ -77,9 +77,9 @@ inline void makeMaildir(const std::filesystem::path& quarantine, int count, long
 /// A temporary root, named in VELMAR_ROOT, removed with the object.
 class Root {
  public:
-  Root() {
-    char directory[] = "/tmp/velmar-bench-XXXXXX";
-    path_ = mkdtemp(directory);
+  explicit Root(const std::string& place = "/tmp") {
+    std::string directory = place + "/velmar-bench-XXXXXX";
+    path_ = mkdtemp(directory.data());
     setenv("VELMAR_ROOT", path_.c_str(), 1);
   }
   Root(const Root&) = delete;

@@ -65,8 +65,10 @@ void makeHost(const fs::path& root, const Shape& shape) {
   std::_Exit(1);
 }
 
+/// The old one is put aside: file systems take their time to use what was just deleted.
 void freshSpool(const fs::path& root) {
-  fs::remove_all(root / "var/spool/velmar");
+  static int used = 0;
+  if (fs::exists(root / "var/spool/velmar")) fs::rename(root / "var/spool/velmar", root / std::to_string(used++));
   for (const char* place : {"tmp", "new", "failed"}) fs::create_directories(root / "var/spool/velmar" / place);
 }
 
@@ -175,7 +177,7 @@ std::size_t mailSize(const fs::path& root) {
 }
 
 void compareUnsynced(const Shape& shape) {
-  const Bench::Root root;
+  const Bench::Root root("/dev/shm");
   makeHost(root.path(), shape);
   productRun(root.path(), std::min(shape.mailboxes, 100), 1);  // warms caches, makes the state store
   const std::size_t size = mailSize(root.path());
@@ -250,7 +252,7 @@ double controlGain() {
 }
 
 void compareThreads(int mailboxes) {
-  const Bench::Root root;
+  const Bench::Root root("/dev/shm");
   makeHost(root.path(), {mailboxes, 20, 10, 1});
   std::vector<double> gains;
   std::vector<double> controls;
