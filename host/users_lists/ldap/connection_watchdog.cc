@@ -13,7 +13,6 @@
 #include "host/common/signals_blocked.h"
 
 namespace Velmar::Host {
-namespace {}  // namespace
 
 ConnectionWatchdog::ConnectionWatchdog(std::chrono::milliseconds limit) : limit_(limit) {
   const SignalsBlocked blocked;
