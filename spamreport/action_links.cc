@@ -43,9 +43,13 @@ std::string accessValue(const std::string& owner, std::int64_t expiry) {
 
 }  // namespace
 
-UrlEscaper::UrlEscaper() { out_.imbue(std::locale::classic()); }
+UrlEscaper::UrlEscaper() {
+  out_.imbue(std::locale::classic());
+  out_.exceptions(std::ios::badbit);  // a text that could not be written whole would be another link
+}
 
 std::string UrlEscaper::operator()(const std::string& text) {
+  out_.clear();
   out_.str({});
   vlm_url_escape_str(out_, text);
   return out_.str();

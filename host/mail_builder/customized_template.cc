@@ -36,7 +36,8 @@ constexpr std::size_t kMaxHeldText = 1000;
 
 // Bytes of a body without its rows, and of one row.
 constexpr std::size_t kUsualFrame = 12000;
-constexpr std::size_t kUsualRow = 1500;
+constexpr std::size_t kUsualTextRow = 700;
+constexpr std::size_t kUsualHtmlRow = 1500;
 
 struct NamedAddress {
   std::string displayName;
@@ -129,13 +130,15 @@ class CustomizedTemplate final : public VlmCMsg::VXCustomizedEmailTemplate {
   }
 
   std::string textbody() override {
-    const std::string text = parsed_->expand(TemplatePiece::Text, values_, expectedBytes());
+    const std::string text = parsed_->expand(TemplatePiece::Text, values_, expectedBytes(kUsualTextRow));
     return parsed_->wrap() == 0 ? text : wrapped(text, parsed_->wrap());
   }
-  std::string htmlbody() override { return parsed_->expand(TemplatePiece::Html, values_, expectedBytes()); }
+  std::string htmlbody() override {
+    return parsed_->expand(TemplatePiece::Html, values_, expectedBytes(kUsualHtmlRow));
+  }
 
  private:
-  std::size_t expectedBytes() const { return kUsualFrame + rows_ * kUsualRow; }
+  std::size_t expectedBytes(std::size_t row) const { return kUsualFrame + rows_ * row; }
 
   std::string decoded(const std::string& raw) const { return decodedHeader(raw, fallbacks_); }
 

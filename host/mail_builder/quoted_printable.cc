@@ -17,13 +17,11 @@ constexpr std::string_view kSoftBreak = "=\r\n";
 /// A tab within a line is one too, but too rare to be looked for.
 bool isLiteral(char c) { return (c >= ' ') & (c <= '~') & (c != '='); }
 
-/// Appends octets, line by line. They are gathered, because a string takes longer for each bit than for its bytes.
+/// Appends octets, line by line, until it is finished. They are gathered, because a string takes longer for each bit
+/// than for its bytes.
 class LineEncoder {
  public:
   explicit LineEncoder(std::string& out) : out_(out) {}
-  LineEncoder(const LineEncoder&) = delete;
-  LineEncoder& operator=(const LineEncoder&) = delete;
-  ~LineEncoder() { flush(); }
 
   void addLiterals(std::string_view run) {
     while (run.size() > room_) {
@@ -49,6 +47,11 @@ class LineEncoder {
     room_ = kRoom;
   }
 
+  void finish() {
+    out_.append(gathered_.data(), used_);
+    used_ = 0;
+  }
+
  private:
   void breakLine() {
     put(kSoftBreak);
@@ -57,14 +60,9 @@ class LineEncoder {
 
   /// At most a line.
   void put(std::string_view bytes) {
-    if (bytes.size() > gathered_.size() - used_) flush();
+    if (bytes.size() > gathered_.size() - used_) finish();
     std::copy(bytes.begin(), bytes.end(), gathered_.begin() + used_);
     used_ += bytes.size();
-  }
-
-  void flush() {
-    out_.append(gathered_.data(), used_);
-    used_ = 0;
   }
 
   std::string& out_;
@@ -83,7 +81,7 @@ void appendQuotedPrintable(std::string_view text, std::string& out) {
     const bool endsBlank = endsLine && run > 0 && text[run - 1] == ' ';  // would be lost on the way
     encoder.addLiterals(text.substr(0, run - (endsBlank ? 1 : 0)));
     if (endsBlank) encoder.addEncoded(text[run - 1]);
-    if (run == text.size()) return;
+    if (run == text.size()) break;
     const std::string_view rest = text.substr(run);
     if (endsLine) {
       encoder.endLine();
@@ -94,6 +92,7 @@ void appendQuotedPrintable(std::string_view text, std::string& out) {
     }
     text.remove_prefix(run + 1);
   }
+  encoder.finish();
 }
 
 }  // namespace Velmar::Host

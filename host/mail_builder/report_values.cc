@@ -29,7 +29,7 @@ ReportMemory::Name ReportMemory::knownName(std::string_view name) const {
 }
 
 std::string_view ReportMemory::keep(std::string_view text) {
-  if (text.empty()) return {};
+  if (text.empty()) return "";
   char* const place = static_cast<char*>(pool_.allocate(text.size(), 1));
   std::copy(text.begin(), text.end(), place);
   return {place, text.size()};

@@ -72,7 +72,7 @@ class Wrapping {
  public:
   Wrapping(std::string_view line, std::size_t columns, std::string& out) : columns_(columns), out_(out) {
     const std::size_t blanks = std::min(line.find_first_not_of(' '), line.size());
-    indent_ = line.substr(0, blanks);
+    indent_ = line.substr(0, std::min(blanks, columns / 2));
     if (blanks > 0) indent_ += kDeeper;
   }
 
@@ -108,16 +108,14 @@ class Wrapping {
     bool fresh = false;
     for (std::size_t i = 0; i < word.size();) {
       const Character c = characterAt(word, i);
-      if (column_ + columnsOf(c.point) > columns_) {
-        newLine();
-        fresh = true;
-      }
-      if (c.point != ' ') fresh = false;
-      if (!fresh) {
-        out_ += word.substr(i, c.bytes);
-        column_ += columnsOf(c.point);
-      }
+      const std::string_view bytes = word.substr(i, c.bytes);
       i += c.bytes;
+      if (fresh && c.point == ' ') continue;
+      fresh = column_ + columnsOf(c.point) > columns_;
+      if (fresh) newLine();
+      if (fresh && c.point == ' ') continue;
+      out_ += bytes;
+      column_ += columnsOf(c.point);
     }
   }
 

@@ -55,9 +55,9 @@ long touch(const Maildir& maildir, const Listing& messages, std::size_t begin, s
     waits += waitsOfThisThread();
   };
   {
-    const SignalsBlocked blocked;
     std::vector<std::jthread> helpers;  // ends before what they use
     try {
+      const SignalsBlocked blocked;  // not while they work: the program's own thread may have to stop
       helpers.reserve(kHelpers);
       while (helpers.size() < kHelpers) helpers.emplace_back(work);
     } catch (const std::exception&) {

@@ -88,6 +88,7 @@ class DateWords {
     if (!middle) return;
     halves_[0] = half(*simple, pattern.tempSubString(0, *middle));
     halves_[1] = half(*simple, pattern.tempSubString(*middle));
+    if (!halves_[0] || !halves_[1]) return;
     dayFirst_ = fieldsOf(pattern.charAt(*middle)) == Fields::kOfMinute;
     minutes_.resize(kSecondsPerDay / kSecondsPerMinute);
   }
@@ -102,6 +103,7 @@ class DateWords {
     }
     std::string& minute = minutes_[static_cast<std::size_t>((seconds - day * kSecondsPerDay) / kSecondsPerMinute)];
     if (minute.empty()) minute = worded(*halves_[dayFirst_ ? 1 : 0], seconds);
+    if (dayText_.empty() || minute.empty()) return {};
     return dayFirst_ ? dayText_ + minute : minute + dayText_;
   }
 
@@ -111,7 +113,7 @@ class DateWords {
 
   static std::unique_ptr<icu::DateFormat> half(const icu::SimpleDateFormat& whole, const icu::UnicodeString& pattern) {
     std::unique_ptr<icu::SimpleDateFormat> made(whole.clone());
-    made->applyPattern(pattern);
+    if (made) made->applyPattern(pattern);
     return made;
   }
 

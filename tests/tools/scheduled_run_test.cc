@@ -93,6 +93,7 @@ int repeatedInAWeek(std::int64_t begin, unsigned seed, bool crashBeforeNote = fa
     return std::uniform_int_distribution<std::int64_t>(least, most)(random);
   };
   World world;
+  int crashes = 0;
   world.crashBeforeNote = crashBeforeNote;
   for (std::int64_t time = begin - kDay; time < begin + 8 * kDay; time += between(1, 7000)) world.held.insert(time);
   for (const auto instant : scheduledInstants(kEightTwelveEighteen, begin - kDay, begin + 8 * kDay)) {
@@ -105,10 +106,12 @@ int repeatedInAWeek(std::int64_t begin, unsigned seed, bool crashBeforeNote = fa
     try {
       for (int timer = 0; timer < 2; ++timer) world.run(now);
     } catch (const Crash&) {
+      ++crashes;
     }
     const bool outage = now > begin + 2 * kDay && now < begin + 2 * kDay + kHour;
     now += outage ? 30 * kHour : between(1, 900);
   }
+  EXPECT_GT(crashes, 0);
   world.broken.clear();
   world.crashAfter = -1;
   const std::int64_t end = begin + 7 * kDay + 13 * kHour;  // later than the longest wait after a failure

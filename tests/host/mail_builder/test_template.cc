@@ -164,7 +164,8 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
   const std::string address = "a-long-address-without-a-blank@mail.example";
   for (const std::string& value :
        {std::string("short"), "to " + address + " and so on", std::string(50, 'w') + "…", std::string(40, '!'),
-        std::string("日本語の長い文章は文字のあいだで折り返されることになっています。")}) {
+        std::string("日本語の長い文章は文字のあいだで折り返されることになっています。"),
+        "(" + std::string(99, ' ') + "é"}) {
     one->beginSection("QUARANTINE_MESSAGES_TABLE");
     one->set("S", value);
     one->endSection();
@@ -174,7 +175,7 @@ TEST(TemplateValuesTest, RowsAreNumberedAndLinesWrapped) {
                                  std::string(32, 'w') + deeper + std::string(18, 'w') + "…\n  4" + deeper +
                                  std::string(32, '!') + deeper + std::string(8, '!') +
                                  "\n  5 日本語の長い文章は文字のあいだで折り" + deeper +
-                                 "返されることになっています。\n");
+                                 "返されることになっています。\n  6" + deeper + "(" + deeper + "é\n");
 }
 
 TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
