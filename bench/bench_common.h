@@ -38,7 +38,7 @@ inline void setUpHost(const std::filesystem::path& root) {
 /// As the command does at its start.
 inline void keepFreedMemory() {
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
-  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
 }
 
 inline double seconds(const std::function<void()>& work) {

@@ -275,7 +275,7 @@ int runCommandLine(int argc, char** argv) {
 int main(int argc, char** argv) try {
   // A run makes one mail after the other: what is given back after each would be asked for again at once.
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
-  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
   return Velmar::Tool::runCommandLine(argc, argv);
 } catch (...) {
   std::fputs("spamreport: out of memory\n", stderr);
