@@ -32,7 +32,9 @@ bool syncing = false;
 }  // namespace
 
 /// In place of the C library's, for the libraries too.
-extern "C" int fsync(int fd) { return syncing ? static_cast<int>(syscall(SYS_fsync, fd)) : 0; }
+extern "C" __attribute__((visibility("default"))) int fsync(int fd) {
+  return syncing ? static_cast<int>(syscall(SYS_fsync, fd)) : 0;
+}
 
 namespace {
 
