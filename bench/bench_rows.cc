@@ -25,7 +25,8 @@ constexpr int kQuarantine = 10;           // the folder
 constexpr std::size_t kRowsInAll = 4000;  // enough runs for a steady median, few for large reports
 
 std::string referenceCommand() {
-  std::string command = "/usr/bin/python3 " BENCH_SOURCE "/reference.py rows";
+  std::string command =
+      "VELMAR_SHARE='" + Velmar::Host::shareDirectory() + "' /usr/bin/python3 " BENCH_SOURCE "/reference.py rows";
   for (const int count : kCounts) command += " " + std::to_string(count);
   return command;
 }

@@ -162,7 +162,8 @@ Cost floorRun(const fs::path& root, int mailboxes, int jobs, std::size_t mailSiz
 /// Processor seconds; 0 where Python or Jinja2 is missing.
 double pythonRun(const fs::path& root) {
   freshSpool(root);
-  const std::string command = "/usr/bin/python3 " BENCH_SOURCE "/reference.py run " + (root / "home").string() + " " +
+  const std::string command = "VELMAR_SHARE='" + Velmar::Host::shareDirectory() +
+                              "' /usr/bin/python3 " BENCH_SOURCE "/reference.py run " + (root / "home").string() + " " +
                               (root / "var/spool/velmar/new").string() + " " + std::to_string(Bench::kNow - kWindow) +
                               " " + std::to_string(Bench::kNow);
   FILE* const output = popen(command.c_str(), "r");
