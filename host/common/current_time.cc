@@ -78,7 +78,7 @@ void setTimeInWords(std::time_t when, std::string_view language) {
 std::string zoneOfTimeInWords() {
   std::tm local{};
   if (!::localtime_r(&timeInWords.when, &local)) return "";
-  const std::string offset = offsetFromUtc(local.tm_gmtoff);
+  std::string offset = offsetFromUtc(local.tm_gmtoff);
   std::string name = systemName(local);
   if (name == offset) return offset;
   if (const std::string words = nameInWords(timeInWords, local); !words.empty()) name = words;

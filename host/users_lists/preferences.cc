@@ -46,9 +46,9 @@ std::string siteLanguage(std::string_view address) {
 
 // What the report's language is; "" when nobody has chosen one.
 std::string languageOf(const char* address) {
-  const std::string previewed = previewChoice()->language;
+  std::string previewed = previewChoice()->language;
   if (!previewed.empty()) return previewed;
-  const std::string preferred = preferredLanguage(address);
+  std::string preferred = preferredLanguage(address);
   if (!preferred.empty()) return preferred;
   const std::string site = siteLanguage(address);
   return site == kEnglish ? std::string() : site;

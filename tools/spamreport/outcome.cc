@@ -114,6 +114,7 @@ const char* kindKey(OutcomeKind kind) { return kKinds[static_cast<std::size_t>(k
 
 std::vector<OutcomeKind> allKinds() {
   std::vector<OutcomeKind> kinds;
+  kinds.reserve(std::size(kKinds));
   for (const KindRow& row : kKinds) kinds.push_back(row.kind);
   return kinds;
 }

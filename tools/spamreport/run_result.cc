@@ -13,6 +13,7 @@ namespace {
 
 std::vector<Outcome> outcomesOf(const std::vector<RunResult>& results) {
   std::vector<Outcome> outcomes;
+  outcomes.reserve(results.size());
   for (const RunResult& result : results) outcomes.push_back(result.outcome);
   return outcomes;
 }

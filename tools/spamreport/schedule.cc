@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int64_t kHour = 3600;
 constexpr std::int64_t kDay = 24 * kHour;
-constexpr std::int64_t kShortestWait = 15 * 60;
+constexpr std::int64_t kShortestWait = std::int64_t{15} * 60;
 constexpr std::int64_t kSettling = 30;
 
 /// Seconds by which the local clock is ahead of UTC.
