@@ -213,6 +213,10 @@ TEST(QuotedPrintable, LinesAreAsTheyTravel) {
       {"\n\na", "\r\n\r\na"},
       {"a \nb\t\n ", "a=20\r\nb=09\r\n=20"},  // a blank at the end would be lost on the way
       {" ~!\t<\r\n", " ~!\t<=0D\r\n"},
+      {"\ta", "\ta"},
+      {"\t", "=09"},
+      {x(70) + "\n" + x(10), x(70) + "\r\n" + x(10)},
+      {x(74) + "yz", x(74) + "y=\r\nz"},
       {"=\x7f\x1f\xff", "=3D=7F=1F=FF"},
       {x(75), x(75)},
       {x(76), x(75) + "=\r\nx"},
