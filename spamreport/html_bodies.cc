@@ -70,12 +70,12 @@ void makeRowMailActions(const TemplateHandle& mailTemplate, ReportLinks& links, 
 
 void makeRow(const TemplateHandle& mailTemplate, ReportLinks& links, const CachedMessage& message, bool odd,
              const std::string& language) {
-  const std::string messageId = Spamreport::Base64MsgId(message);
   mailTemplate->beginSection("QUARANTINE_MESSAGES_TABLE");
   emptySection(mailTemplate, odd ? "ODD_ROW" : "EVEN_ROW");
   mailTemplate->set("ORIG_DATE", dateText(message.date, language));
   mailTemplate->headerFrom(message.from, "ORIG_FROM");
   mailTemplate->subject(message.subject, "ORIG_SUBJECT");
+  const std::string messageId = Spamreport::Base64MsgId(message);
   mailTemplate->set("EMAIL_ID", messageId);
   if (links.web) makeRowWebActions(mailTemplate, links, messageId);
   if (links.mail) makeRowMailActions(mailTemplate, links, messageId);

@@ -30,7 +30,7 @@ TEST_F(WholeReportTest, AsksForEverythingInThisOrder) {
   EXPECT_EQ(vlm_spamreport_report_byrcpt("d.example", "u@d.example", INT32_MIN, 0x100000010), 0);
 
   std::string got;
-  const std::regex left("(cmf_query_create|cmf_shm_read|nCfg_debug|toBase64).*");  // at any time
+  const std::regex left("(cmf_query_create|cmf_shm_read|nCfg_debug).*");  // at any time
   for (const std::string& call : world().calls) got += std::regex_match(call, left) ? "" : call + "\n";
   got = std::regex_replace(got, std::regex("3b77616a73e8d819c744cb1105be817e"), "HASH");  // MD5 of the address, keyed
   // Blanks and line breaks between the calls are layout.
