@@ -144,8 +144,8 @@ constexpr std::array kEvents{
               "link-not-signed",
               {"reason", "mailbox"},
               kNoFailure,
-              "a report goes out without its preferences link",
-              "the preferences link of {mailbox} is left out, it cannot be signed: {reason}",
+              "the preferences link of a report does not log in",
+              "the preferences link of {mailbox} does not log in, it cannot be signed: {reason}",
               kWarning},
 };
 

@@ -112,7 +112,7 @@ int vlml_encode_trusted_base64_data(const char* text, int length, std::uint32_t 
   std::copy(encoded.begin(), encoded.end(), out);  // no NUL: the caller has the length
   return static_cast<int>(encoded.size());
 } catch (const std::exception& e) {
-  // No secret, no memory: the caller can only leave the link out.
+  // No secret, no memory: the caller can only make a link without login.
   Logger::instance(false).log(kLinkNotSigned, 0, "%s", e.what());
   return -1;
 }
