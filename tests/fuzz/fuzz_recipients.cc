@@ -16,7 +16,10 @@ OneMailbox& mailbox() {
   return one;
 }
 
+bool reporting = false;  // what coverage is counted with opens files of its own afterwards
+
 const char* checked(const char* path) {
+  if (!reporting) return path;
   const std::string steps = std::string(path) + "/";
   const bool below = steps.starts_with(mailbox().root / "") && steps.find("/../") == std::string::npos;
   require(below || steps.starts_with(Velmar::Host::shareDirectory()));
@@ -42,7 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string input(data, data + size);
   const std::size_t cut = std::min(input.find('\n'), size);
   const std::string recipients = input.substr(std::min(cut + 1, size));
+  reporting = true;
   const auto mails = mailbox().report(input.substr(0, cut), recipients);
+  reporting = false;
   const auto most = 1 + std::count(recipients.begin(), recipients.end(), ',');
   require(static_cast<std::ptrdiff_t>(mails.size()) <= most);
   for (const auto& mail : mails) require(mail.recipients == std::vector<std::string>{OneMailbox::kAddress});
