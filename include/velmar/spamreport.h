@@ -27,6 +27,7 @@ extern "C" {
 /// An exception that is not of the platform passes to the caller.
 /// Blocks until the mails are in the queue. Any number of threads may call it at once; none of them may be cancelled
 /// meanwhile, since every exception of a report, and so a cancellation, is stopped inside.
+/// All must be back before the process ends by exit() or from main(), which takes away what they work with.
 VLM_SPAMREPORT_API int32_t vlm_spamreport_report_byrcpt(const char* domain, const char* recipients, int32_t period,
                                                         int64_t until);
 
