@@ -66,13 +66,14 @@ std::vector<ReportTask> dueTasks(const std::string& domain, const std::vector<st
   return tasks;
 }
 
-/// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed, and those that
-/// were reported further before the clock was set back. A directory whose name is no address will not do better soon.
+/// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed or went away
+/// since they were listed, as all do when their file system is unmounted, and those that were reported further before
+/// the clock was set back. A directory whose name is no address will not do better soon.
 Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector<Outcome>& outcomes,
                          const Host::ReportedUntil& ledger, const Occasion& occasion, std::int64_t now) {
   Standings others;
   for (std::size_t i = 0; i < tasks.size(); ++i) {
-    if (outcomes[i].kind != OutcomeKind::kFailed || !isMailboxAddress(tasks[i].mailbox.address)) continue;
+    if (!isFailure(outcomes[i]) || !isMailboxAddress(tasks[i].mailbox.address)) continue;
     others[tasks[i].mailbox.address] = tasks[i].until - tasks[i].period;
     others[kLastTry] = now;
   }
