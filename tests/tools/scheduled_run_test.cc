@@ -230,6 +230,7 @@ TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
   EXPECT_TRUE(anyFailure(results));
   world.shown = noon + 400 * kDay;  // the run is for a time long past
   EXPECT_TRUE(world.run(noon).empty());
+  EXPECT_THAT(world.run(noon + 5000 * kDay).at(0).outcome.detail, HasSubstr("last time that they can"));
 }
 
 TEST_F(ScheduledRun, DoesNotBelieveNotesOfATimeToCome) {
