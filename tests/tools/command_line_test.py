@@ -345,7 +345,7 @@ class HostTest(unittest.TestCase):
         self.assertEqual((self.directory / "opened").read_text(), "1%s" % (out / "report.html"))
         for option, value in [("--language", "xx"), ("--template", "branded"), ("--template", "../default"),
                               ("--template", "lost/")]:
-            self.assertIn(value.strip("./"), self.on_host("preview", "anna@example.org", option, value, want=2))
+            self.assertIn('%s: "%s": ' % (option, value), self.on_host("preview", "anna@example.org", option, value, want=2))
 
     def test_lists_and_preferences(self):
         owner = "new@example.org"
