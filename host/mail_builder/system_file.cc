@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <ctime>
 #include <memory>
 #include <system_error>
@@ -30,7 +31,11 @@ Exception notListed(const std::string& path) {
   return Exception("FileException", 4, "SystemFile", __LINE__, path + " cannot be listed: " + errorText(errno));
 }
 
-long long nanoseconds(const struct timespec& time) { return time.tv_sec * 1'000'000'000LL + time.tv_nsec; }
+// A file can have any time: from the year 2262 on all are one.
+long long nanoseconds(const struct timespec& time) {
+  constexpr long long kSecond = 1'000'000'000, kFarthest = LLONG_MAX / kSecond - 1;
+  return std::clamp<long long>(time.tv_sec, -kFarthest, kFarthest) * kSecond + time.tv_nsec;
+}
 
 }  // namespace
 

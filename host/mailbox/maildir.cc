@@ -20,8 +20,12 @@ namespace {
 // Directory times advance with the kernel's clock tick (at most 10 ms); a change within this span may leave no trace.
 constexpr long kTimeGrain = 20'000'000;  // nanoseconds
 
-// A moment of a file system's clock, in nanoseconds since the epoch.
-std::int64_t nanoseconds(const timespec& moment) { return moment.tv_sec * INT64_C(1'000'000'000) + moment.tv_nsec; }
+// A moment of a file system's clock, in nanoseconds since the epoch. Whoever may write there can give a directory any
+// time: from the year 2262 on all are one.
+std::int64_t nanoseconds(const timespec& moment) {
+  constexpr std::int64_t kSecond = 1'000'000'000, kFarthest = INT64_MAX / kSecond - 1;
+  return std::clamp<std::int64_t>(moment.tv_sec, -kFarthest, kFarthest) * kSecond + moment.tv_nsec;
+}
 
 std::int64_t now() {
   timespec moment{};

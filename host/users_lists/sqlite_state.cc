@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -47,6 +49,22 @@ std::string fileAt(const std::string& path) {
   return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
+constexpr unsigned long long kLittle = 1024;  // KiB; the database's own files grow by less
+
+// Why a place cannot be used, " (...)" or "". It must not be opened to find out: closing it would end all locks that
+// this process has on it.
+std::string accessFault(const std::string& path, int access) {
+  if (::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) == 0 || errno == ENOENT) return {};
+  return " (" + path + ": " + std::generic_category().message(errno) + ")";
+}
+
+std::string spaceFault(const std::string& directory) {
+  struct statvfs system {};
+  if (::statvfs(directory.c_str(), &system) != 0) return {};
+  const unsigned long long free = static_cast<unsigned long long>(system.f_bavail) * system.f_frsize >> 10;
+  return free < kLittle ? " (" + std::to_string(free) + " KiB are free in " + directory + ")" : "";
+}
+
 // The lock on the file beside the store. It also ends with the process, and a program that is executed never gets it.
 class FileHold : public RunHold {
  public:
@@ -66,6 +84,13 @@ class SqliteState : public StateDatabase {
   explicit SqliteState(const std::string& systemPath)
       : StateDatabase("sqlite://" + underRoot(systemPath), underRoot(systemPath)),
         directory_(systemPath.substr(0, systemPath.rfind('/'))) {}
+
+  std::string circumstance() const override {
+    const std::string directory = underRoot(directory_) + "/";
+    std::string fault = accessFault(name(), R_OK | W_OK);
+    if (fault.empty()) fault = accessFault(directory, R_OK | W_OK | X_OK);
+    return fault.empty() ? spaceFault(directory) : fault;
+  }
 
   void refuseVanished() const override {
     struct stat status {};

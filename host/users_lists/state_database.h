@@ -37,6 +37,9 @@ class StateDatabase {
   /// The exception that names the store and `reason`, in one line and without the secrets of its URL.
   Exception error(int line, const std::string& reason) const;
 
+  /// What the system says of the store's place, for an error of the database, which does not tell: " (...)" or "".
+  virtual std::string circumstance() const { return {}; }
+
   /// Looks before a session is opened whether a store that this process has used is still there. Throws when surely
   /// not.
   virtual void refuseVanished() const {}

@@ -255,7 +255,8 @@ void endFailedState(bool mayRepeat) {
   } catch (const soci::soci_error& error) {
     const bool broken = current.session && !current.session->is_connected();
     dropThreadState();
-    if (!broken || !mayRepeat) throw stateError(__LINE__, error.get_error_message());
+    if (broken && mayRepeat) return;
+    throw stateError(__LINE__, error.get_error_message() + threadDatabase().circumstance());
   } catch (...) {
     dropThreadState();
     throw;

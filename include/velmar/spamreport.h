@@ -27,8 +27,8 @@ extern "C" {
 /// An exception that is not of the platform passes to the caller.
 /// Blocks until the mails are in the queue. Any number of threads may call it at once; none of them may be cancelled
 /// meanwhile, since every exception of a report, and so a cancellation, is stopped inside. Every call has to be over
-/// when the process exits, and none may come from a destructor of a static or thread-local object: what reports stand
-/// on is released then.
+/// before the process ends, by exit() or a return from main(), and none may come from a destructor of a static or
+/// thread-local object: what reports stand on is released then.
 VLM_SPAMREPORT_API int32_t vlm_spamreport_report_byrcpt(const char* domain, const char* recipients, int32_t period,
                                                         int64_t until);
 

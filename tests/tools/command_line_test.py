@@ -9,8 +9,10 @@ import re
 import shutil
 import sqlite3
 import subprocess
+import time
 import unittest
 from pathlib import Path
+from unittest import mock
 
 from host import COMMAND, Host
 
@@ -55,6 +57,8 @@ class CommandLineTest(unittest.TestCase):
             (["run", "--scheduled", "--all"], "--scheduled"),
             (["run", "--scheduled", "--period", "1"], "--period"),
             (["run", "--scheduled", "--now", "3000-01-01T00:00Z"], "--now"),
+            (["run", "--all", "--period", "2147483648"], '--period: "2147483648": not a number from 0 to 2147483647'),
+            (["run", "--all", "--jobs", "0x10"], '--jobs: "0x10"'),
             (["run", "--all", "--afresh"], "--afresh needs --scheduled"),
             (["preview", "a/b@example.org"], "a/b@example.org"),
             (["preview", "a\x1b[2J\nb"], "a\\x1b[2J\\nb"),
@@ -68,6 +72,12 @@ class CommandLineTest(unittest.TestCase):
                 self.assertEqual((done.returncode, done.stdout), (2, ""), done.stderr)
                 self.assertRegex(done.stderr, r"^spamreport: [^\n]*\n$")
                 self.assertIn(culprit, done.stderr)
+
+    def test_a_root_of_the_environment_that_is_not_there_is_no_empty_one(self):
+        with mock.patch.dict(os.environ, VELMAR_ROOT="/nowhere/at/all"):
+            done = command("queue", "list")
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+        self.assertIn("VELMAR_ROOT: Directory does not exist: /nowhere/at/all", done.stderr)
 
     def test_completion_offers_what_the_help_names(self):
         def completed(line):
@@ -94,9 +104,10 @@ class CommandLineTest(unittest.TestCase):
         self.assertIn("/usr", completed("spamreport preview a@b.example --output /us"))
 
     def test_a_full_disk_behind_standard_output_is_a_failure(self):
-        with open("/dev/full", "w") as full:
-            done = command("events", stdout=full)
-        self.assertEqual((done.returncode, done.stderr), (1, "spamreport: standard output cannot be written\n"))
+        for argument in "events", "--help":
+            with open("/dev/full", "w") as full:
+                done = command(argument, stdout=full)
+            self.assertEqual((done.returncode, done.stderr), (1, "spamreport: standard output cannot be written\n"))
 
 
 class HostTest(unittest.TestCase):
@@ -210,6 +221,7 @@ class HostTest(unittest.TestCase):
                             "send_to_recipient = true\nsend_to_group_owner = true\nldap_profile = 1")
         self.host.configure("[log]", '[[ldap_profile]]\nnumber = 1\nurls = ["ldap://127.0.0.1:1"]\n'
                        'user_base = "dc=example"\n[log]')
+        self.host.configure("schedule = [8, 12, 16]", "schedule = [%d]" % ((time.gmtime().tm_hour - 4) % 24))
         lists = self.on_host("lists", "show", "kim+lists@example.net")
         cases = [
             ("anna@example.org", 1, r"BAD   group owners  .*LDAP[^\n]*\n.*4 released or deleted; 2 without.*"
@@ -335,7 +347,7 @@ class HostTest(unittest.TestCase):
         self.assertEqual((self.directory / "opened").read_text(), "1%s" % (out / "report.html"))
         for option, value in [("--language", "xx"), ("--template", "branded"), ("--template", "../default"),
                               ("--template", "lost/")]:
-            self.assertIn(value.strip("./"), self.on_host("preview", "anna@example.org", option, value, want=2))
+            self.assertIn('%s: "%s": ' % (option, value), self.on_host("preview", "anna@example.org", option, value, want=2))
 
     def test_lists_and_preferences(self):
         owner = "new@example.org"

@@ -33,9 +33,10 @@ class World final : public ScheduledWorld {
   std::set<std::int64_t> held;  ///< when a message came to each mailbox
   std::map<std::string, std::map<std::int64_t, int>> reported;
   std::set<std::string> broken;  ///< mailboxes whose reports fail
-  std::string fault;             ///< why the mailboxes cannot be listed
-  int notesLeft = -1;            ///< so many more notes of single mailboxes can be written; -1 = any number
-  int crashAfter = -1;           ///< so many more reports
+  OutcomeKind brokenAs = OutcomeKind::kFailed;
+  std::string fault;    ///< why the mailboxes cannot be listed
+  int notesLeft = -1;   ///< so many more notes of single mailboxes can be written; -1 = any number
+  int crashAfter = -1;  ///< so many more reports
   bool crashBeforeNote = false;
   int tried = 0;
   std::int64_t shown = 0;  ///< by the clock, unless a run is for a later time
@@ -77,7 +78,7 @@ class World final : public ScheduledWorld {
     ++tried;
     EXPECT_GT(task.period, 0);
     const std::string& address = task.mailbox.address;
-    if (broken.count(address) != 0) return {OutcomeKind::kFailed, "bad disk"};
+    if (broken.count(address) != 0) return {brokenAs, "bad disk"};
     const auto first = held.lower_bound(task.until - task.period);
     const auto last = held.lower_bound(task.until);
     for (auto time = first; time != last; ++time) ++reported[address][*time];
@@ -201,6 +202,18 @@ TEST_F(ScheduledRun, ADomainThatCannotBeListedStandsWhereItStood) {
   EXPECT_EQ(world.run(noon + 7 * kHour).at(0).task.period, 10 * kHour);
 }
 
+TEST_F(ScheduledRun, MailboxesThatAreGoneInItsMiddleAreTriedAgain) {
+  world.run(noon - 4 * kHour);
+  world.broken = {"b@d.example", "c@d.example"};
+  world.brokenAs = OutcomeKind::kNoMailbox;  // their file system was unmounted
+  world.run(noon);
+  world.broken.clear();
+  world.addresses->pop_back();  // c was removed for good
+  world.run(noon + kHour);
+  EXPECT_EQ(world.reported["b@d.example"], world.reported["a@d.example"]);
+  EXPECT_TRUE(world.ledger[kDomain].mailboxes.empty());
+}
+
 TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
   world.ledger[kDomain] = {noon, {{"b@d.example", noon - 18 * kHour}}};  // b failed at noon
   EXPECT_TRUE(world.run(noon - 60).empty());
@@ -217,6 +230,7 @@ TEST_F(ScheduledRun, AClockThatWasSetBackGivesNoPeriodTwice) {
   EXPECT_TRUE(anyFailure(results));
   world.shown = noon + 400 * kDay;  // the run is for a time long past
   EXPECT_TRUE(world.run(noon).empty());
+  EXPECT_THAT(world.run(noon + 5000 * kDay).at(0).outcome.detail, HasSubstr("last time that they can"));
 }
 
 TEST_F(ScheduledRun, DoesNotBelieveNotesOfATimeToCome) {

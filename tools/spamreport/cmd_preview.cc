@@ -28,9 +28,10 @@ namespace {
 constexpr std::string_view kDefault = "default";
 
 /// A template that cannot be used is refused: a report would quietly take the default in its place.
-void checkTemplate(const Host::PreviewChoice& choice) {
+/// given  as it was asked for
+void checkTemplate(const std::string& given, const Host::PreviewChoice& choice) {
   const std::string fault = Host::templateFault(choice.templateName, choice.templateDomain);
-  if (!fault.empty()) throw WrongUse("--template: \"" + choice.templateName + "\": " + fault);
+  if (!fault.empty()) throw WrongUse("--template: \"" + given + "\": " + fault);
   for (const Host::TemplateRemark& remark : Host::templateRemarks(choice.templateName, choice.templateDomain)) {
     std::cerr << "spamreport: template "
               << Host::printable(choice.templateName + ": " + remark.place + ": " + remark.text) << "\n";
@@ -47,7 +48,7 @@ void choose(const PreviewOptions& options) {
     choice.templateDomain = choice.templateName.substr(0, slash);
     choice.templateName.erase(0, slash + 1);
   }
-  if (!options.templateName.empty()) checkTemplate(choice);
+  if (!options.templateName.empty()) checkTemplate(options.templateName, choice);
   Host::setPreview(std::move(choice));
 }
 

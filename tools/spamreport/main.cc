@@ -4,6 +4,7 @@
 #include <malloc.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +46,19 @@ struct Request {
 /// A check that does not show in the help.
 CLI::Validator unnamed(CLI::Validator check) { return check.description(""); }
 
+/// Decimal digits alone: the command-line library reads "010" as octal.
+CLI::Validator numberFrom(std::int32_t least, std::int32_t most) {
+  const auto check = [least, most](std::string& text) -> std::string {
+    std::int32_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool sound = error == std::errc() && end == text.data() + text.size() && number >= least && number <= most;
+    if (!sound) return "\"" + text + "\": not a number from " + std::to_string(least) + " to " + std::to_string(most);
+    text = std::to_string(number);
+    return "";
+  };
+  return {check, ""};
+}
+
 /// For what names a directory that may have to be made.
 std::string refuseEmpty(const std::string& text) { return text.empty() ? "is empty" : ""; }
 
@@ -55,7 +69,17 @@ CLI::App* addCommand(CLI::App& parent, Request& request, const std::string& name
   return command;
 }
 
+/// What --root is checked for holds for the root of the environment as well: below a directory that is not there all
+/// would look empty.
+void checkEnvironment(const Common& common) {
+  const char* root = std::getenv("VELMAR_ROOT");
+  if (!common.root.empty() || !root || !*root) return;
+  const std::string fault = CLI::ExistingDirectory(root);
+  if (!fault.empty()) throw CLI::ValidationError("VELMAR_ROOT", fault);
+}
+
 void addCommon(CLI::App& command, Common& common) {
+  command.parse_complete_callback([&common] { checkEnvironment(common); });
   command
       .add_option("--root", common.root,
                   "Directory that stands for / (default: the one in the\nenvironment variable VELMAR_ROOT, else /)")
@@ -67,7 +91,7 @@ void addCommon(CLI::App& command, Common& common) {
 void addPeriod(CLI::App& command, std::int32_t& period, std::string& until) {
   command.add_option("--period", period, "Length of the report period; 0 = since the last\nscheduled hour (default)")
       ->type_name("SECONDS")
-      ->check(unnamed(CLI::Range(0, 2147483647)));
+      ->transform(numberFrom(0, 2147483647));
   command
       .add_option("--until", until,
                   "End of the period: seconds since the epoch, or a time\nlike 2026-11-22T08:00[:00][Z|+01:00], "
@@ -97,7 +121,7 @@ void addRun(CLI::App& app, Request& request) {
                 "What the schedule makes due and was not reported yet;\nfor a timer, every few minutes");
   run->add_option("--jobs", request.run.jobs, "Reports that are made at once, 1 to 256 (default: 1)")
       ->type_name("N")
-      ->check(unnamed(CLI::Range(1, 256)));
+      ->transform(numberFrom(1, 256));
   addPeriod(*run, request.run.period, request.run.until);
   addScheduled(*run, request.run);
   run->add_flag("--json", request.run.json, "Write what came of each mailbox as JSON");
@@ -233,6 +257,7 @@ void applyCommon(const Request& request) {
 /// A limit of file sizes ends a process by default: the reports to come would be lost without a word.
 void takeFileSizeLimitsAsErrors() { std::signal(SIGXFSZ, SIG_IGN); }
 
+constexpr char kNoOutput[] = "standard output cannot be written";
 constexpr char kSeeHelp[] = " (see spamreport --help)";
 
 int complain(const std::string& text, int exitCode) {
@@ -244,7 +269,7 @@ int complain(const std::string& text, int exitCode) {
 int perform(const Request& request) try {
   applyCommon(request);
   const int exitCode = request.action();
-  if (!std::cout.flush()) return complain("standard output cannot be written", kFailed);
+  if (!std::cout.flush()) return complain(kNoOutput, kFailed);
   return exitCode;
 } catch (const WrongUse& e) {
   return complain(e.what(), kWrongUse);
@@ -263,8 +288,9 @@ int runCommandLine(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    if (e.get_exit_code() == 0) return app.exit(e);  // --help and --version
-    return complain(std::string(e.what()) + kSeeHelp, kWrongUse);
+    if (e.get_exit_code() != 0) return complain(std::string(e.what()) + kSeeHelp, kWrongUse);
+    app.exit(e);  // --help and --version
+    return std::cout.flush() ? kGood : complain(kNoOutput, kFailed);
   }
   return request.action ? perform(request) : complain(std::string("no command was given") + kSeeHelp, kWrongUse);
 }

@@ -4,6 +4,7 @@
 #include "tools/spamreport/scheduled_run.h"
 
 #include <exception>
+#include <limits>
 
 #include "platform/types.h"
 #include "tools/spamreport/time_text.h"
@@ -17,11 +18,18 @@ using Standings = std::map<std::string, long long>;
 constexpr char kLastTry[] = "*";
 /// By how much the clock may be set back without more ado than nothing being due for a while.
 constexpr std::int64_t kClockTolerance = 86400;
+constexpr std::int64_t kLastTime = std::numeric_limits<std::int32_t>::max();
 
 Outcome standsInTheFuture(std::int64_t standing) {
   return {OutcomeKind::kFailed, "the record of scheduled runs says that it was reported until " + timeText(standing) +
                                     ", which is to come: the clock was wrong then or is now; --afresh corrects the "
                                     "record"};
+}
+
+/// Reports count seconds in 32 bits: beyond, none would find a message, and the time would be noted as reported.
+Outcome beyondReports(std::int64_t until) {
+  return {OutcomeKind::kFailed, "reports until " + timeText(until) + " cannot be made: the last time that they can " +
+                                    "handle is " + timeText(kLastTime) + "; is the clock wrong?"};
 }
 
 /// What is noted, without what a clock that was wrong has noted of a time to come. A try after the time that the run
@@ -66,13 +74,14 @@ std::vector<ReportTask> dueTasks(const std::string& domain, const std::vector<st
   return tasks;
 }
 
-/// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed, and those that
-/// were reported further before the clock was set back. A directory whose name is no address will not do better soon.
+/// Mailboxes that do not stand at the end of the occasion although the domain does: those that failed or went away
+/// since they were listed, as all do when their file system is unmounted, and those that were reported further before
+/// the clock was set back. A directory whose name is no address will not do better soon.
 Standings standElsewhere(const std::vector<ReportTask>& tasks, const std::vector<Outcome>& outcomes,
                          const Host::ReportedUntil& ledger, const Occasion& occasion, std::int64_t now) {
   Standings others;
   for (std::size_t i = 0; i < tasks.size(); ++i) {
-    if (outcomes[i].kind != OutcomeKind::kFailed || !isMailboxAddress(tasks[i].mailbox.address)) continue;
+    if (!isFailure(outcomes[i]) || !isMailboxAddress(tasks[i].mailbox.address)) continue;
     others[tasks[i].mailbox.address] = tasks[i].until - tasks[i].period;
     others[kLastTry] = now;
   }
@@ -136,6 +145,7 @@ void reportDomain(ScheduledWorld& world, const std::string& domain, const Host::
 
 std::vector<RunResult> runScheduledDomain(ScheduledWorld& world, const std::string& domain, const Occasion& occasion,
                                           std::int64_t now) {
+  if (occasion.until > kLastTime) return {ofWholeDomain(domain, beyondReports(occasion.until))};
   std::vector<RunResult> results;
   try {
     const std::int64_t clock = world.clock();

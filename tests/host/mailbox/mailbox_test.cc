@@ -146,6 +146,7 @@ TEST_F(Mailbox, OddNamesAndMessagesWithoutHeader) {
   setTime("cur/plain:2,S", 6);
   setTime("new/99999999999999999999.x", 8);
   setTime("new/4294967301.x", 5);  // 2^32 + 5: a time beyond every window, not 5
+  setTime("new", 9999999999);      // in nanoseconds more than 64 bits hold
   EXPECT_THAT(rest(*scanned(5, 9)), ElementsAre("5.\n\xff\xfe", "5. %s\"'", "plain:2,S", "99999999999999999999.x"));
 }
 

@@ -198,7 +198,9 @@ TEST_F(FileStore, DamageThrows) {
 
 TEST_F(FileStore, DeniedAccessThrows) {
   ::chmod((root / kState).c_str(), 0666);
-  for (const auto& [mode, want] : {std::pair{0555, "readonly database"}, std::pair{0, "unable to open"}}) {
+  for (const auto& [mode, want] :
+       {std::pair{0555, "readonly database (" + root / "var/lib/velmar/: Permission"},
+        std::pair{0, "unable to open database file (" + root / "var/lib/velmar/state.db: "}}) {
     ::chmod((root / "var/lib/velmar").c_str(), static_cast<mode_t>(mode));
     const AsOrdinaryUser user;
     expectAllFail(want);
