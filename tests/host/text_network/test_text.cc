@@ -147,7 +147,7 @@ TEST_F(TextTest, HtmlEncodeAndTrimLeft) {
 TEST_F(TextTest, BuildHttpUrl) {
   using Row = std::tuple<std::uint32_t, int, std::string>;  // "" = refused
   const std::vector<Row> rows = {{443, 1, "https://[::1]"},
-                                 {80, 1, "https://[::1]:80"},
+                                 {1, 1, "https://[::1]:1"},
                                  {80, 0, "http://[::1]"},
                                  {443, 0, "http://[::1]:443"},
                                  {65535, 1, "https://[::1]:65535"},
@@ -156,11 +156,16 @@ TEST_F(TextTest, BuildHttpUrl) {
   for (const auto& [port, secure, want] : rows) {
     const auto length = static_cast<int>(want.size());
     std::string out(40, 'x');
-    EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), length + 1), length ? length : -1) << port;
+    const int size = length ? length + 1 : 40;
+    EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), size), length ? length : -1) << port;
     EXPECT_EQ(out, want + '\0' + std::string(39 - want.size(), 'x')) << port;
-    EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), length), -1) << port;
-    EXPECT_STREQ(out.c_str(), "") << port;
+    for (const int few : {length, 1, 0}) {
+      out.assign(40, 'x');
+      EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), few), -1) << port;
+      EXPECT_EQ(out[0], few ? '\0' : 'x') << port;
+    }
   }
+  EXPECT_EQ(vlm_build_http_url("[::1]", 80, 0, nullptr, 40), -1);
 }
 
 TEST_F(TextTest, IpAddresses) {
