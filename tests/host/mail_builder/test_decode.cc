@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/mail_builder/utf8.h"
 #include "platform/mail_builder.h"
 
 namespace Velmar {
@@ -61,7 +62,7 @@ TEST(DecodeTest, Charsets) {
       {"iso-2022-jp, one state a word", "=?ISO-2022-JP?B?GyRCRnxLXA==?= =?ISO-2022-JP?Q?abc?=", "日本abc"},
       {"unknown, UTF-8 does not fit", "=?x-nonsense?Q?Gr=FC=DFe?=", "Grüße"},
       {"wrong: UTF-8 as ASCII", "=?us-ascii?Q?Gr=C3=BC=C3=9Fe?=", "Grüße"},
-      {"one wrong word of three", "=?utf-8?Q?=C3=BC?= =?utf-8?Q?_=FC_?= =?utf-8?Q?=C3=9F?=", "ü ü ß"},
+      {"one wrong word of three", "=?utf-8?Q?=C3=BC?= =?utf-8?Q?_=FC=C3=BC_?= =?utf-8?Q?=C3=9F?=", "ü üÃ¼ ß"},
       {"Shift_JIS cut in mid-character", "=?shift_jis?B?k/qWe4w=?=", "日本\uFFFD"},
       {"a charset that ICU knows and Debian leaves out", "=?macos-37_5-10.2?Q?=C3=BC?=", "ü"},
       {"an option of ICU's", "=?utf-8,version=1?Q?=C3=BC?=", "ü"},
@@ -70,12 +71,12 @@ TEST(DecodeTest, Charsets) {
 
 TEST(DecodeTest, RawBytesAndControls) {
   expectAll({
-      {"damaged UTF-8", "f\xC3\xBCr \xC3\xBC \xE2\x82", "für ü \uFFFD"},
-      {"controls", "a\tb\x01z\x7fy\0x"s, "a b z y x"},
+      {"damaged UTF-8", "f\xC3\xBCr \xC2\x80 \xE2\x82", "für   \uFFFD"},
+      {"controls", "a\tü\x01z\x7fy\0x"s, "a ü z y x"},
       {"line ends that fold nothing", "a\rb\nc\r\nd\r\n", "a b c  d  "},
       {"a fold after a word, none after a blank", "a\n b \nc", "a b  c"},
       {"encoded line ends", "=?utf-8?Q?a=0D=0AX-Evil:_1=00=01=09b?=", "a  X-Evil: 1   b"},
-      {"C1 and line separators", "a\u0085b\u009Fc\u2028d\u2029e", "a b c d e"},
+      {"C1 and line separators", "a\u0085b\u009Fc\u2028d\u2029e\u00A0", "a b c d e\u00A0"},
   });
 }
 
@@ -110,6 +111,8 @@ TEST(DecodeTest, WordsOfAnyLengthInAnyCharsetGiveTheirText) {
     }
   }
 }
+
+TEST(Utf8, NothingBehindATextIsRead) { EXPECT_EQ(Host::oneLine(std::string_view("üü").substr(0, 3)), "ü\uFFFD"); }
 
 }  // namespace
 }  // namespace Velmar

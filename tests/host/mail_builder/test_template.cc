@@ -118,7 +118,7 @@ TEST(TemplateValuesTest, SenderIsNameAndAddress) {
       {"Ann <a@x>", "+Ann|+a@x|"},
       {"a@x", "|+a@x|"},
       {"\"bank@safe\" <evil@x>", "+bank@safe|+evil@x|"},
-      {"bank@safe <evil@x>", "+bank@safe|+evil@x|"},  // not by the grammar
+      {" bank@safe <evil@x> ", "+bank@safe|+evil@x|"},  // not by the grammar
       {"=?utf-8?Q?a=40safe_=3Cb=40safe=3E?=\r\n\t<evil@x>", "+a@safe <b@safe>|+evil@x|"},
       {"M\xFCller <m@x>", "+Müller|+m@x|"},
       {"a@x, b@x", "+a@x, b@x||"},
