@@ -187,7 +187,7 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
       {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041\u3164\uFFF9", "payp", "payp"},
       {"👩🏽\u200D🚀❤\uFE0F\u200D🔥\u200B", "👩🏽\u200D🚀❤\uFE0F\u200D🔥",
        "👩🏽\u200D🚀❤\uFE0F\u200D🔥"},
-      {"\uFE0F\u0080\uFE10a\uFE00", "\u0080\uFE10a\uFE00", "\u0080\uFE10a\uFE00"},  // FE10: a comma, no selector
+      {"\uFE0F\uFE10a\uFE00\u0080", "\uFE10a\uFE00\u0080", "\uFE10a\uFE00\u0080"},  // FE10: a comma, no selector
       {"क्\u200Dष क्\u200Cष a\u200Db", "क्\u200Dष क्\u200Cष ab", "क्\u200Dष क्\u200Cष ab"},
       {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301\uFE0F", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
       {"://Re: a:b/ http://a.bc//d://", ":" + z + "//Re: a:b/ http:" + z + "//a." + z + "bc//d:" + z + "//",
