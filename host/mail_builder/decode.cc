@@ -33,16 +33,16 @@ bool isBlankText(std::string_view text) { return text.find_first_not_of(" \t\r\n
 std::string unfolded(std::string_view raw) {
   std::string text;
   text.reserve(raw.size());
-  for (std::size_t i = 0; i < raw.size(); ++i) {
-    std::size_t next = i;
-    if (raw[next] == '\r' && next + 1 < raw.size() && raw[next + 1] == '\n') ++next;
-    const bool fold = raw[next] == '\n' && next + 1 < raw.size() && (raw[next + 1] == ' ' || raw[next + 1] == '\t');
-    if (fold) {
-      i = next;
-    } else {
-      text += raw[i];
-    }
+  std::size_t from = 0;
+  for (std::size_t end = raw.find('\n'); end != std::string_view::npos; end = raw.find('\n', end + 1)) {
+    const std::string_view next = raw.substr(end + 1, 1);
+    if (next != " " && next != "\t") continue;
+    std::string_view line = raw.substr(from, end - from);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    text += line;
+    from = end + 1;
   }
+  text += raw.substr(from);
   return text;
 }
 
@@ -69,10 +69,8 @@ class Decoder {
     if (runCharset_.stateful) endRun();
   }
 
-  std::string takeText() {
-    endRun();
-    return std::move(text_);
-  }
+  /// After the last addText().
+  std::string takeText() { return std::move(text_); }
 
  private:
   void endRun() {

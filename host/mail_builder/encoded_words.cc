@@ -42,7 +42,6 @@ bool decodeBase64(std::string_view text, std::string& bytes) {
       }
       complete = have != 6;
     } else if (c == '=') {
-      bits = 0;
       have = 0;
     } else if (!isBlank(c)) {
       return false;
@@ -76,7 +75,7 @@ void decodeQ(std::string_view text, std::string& bytes) {
 std::size_t textEnd(std::string_view text, std::size_t from, bool questionMarks) {
   for (std::size_t at = text.find('?', from); at != npos; at = text.find('?', at + 1)) {
     if (at + 1 < text.size() && text[at + 1] == '=') return at;
-    const bool nextWord = at > from && text[at - 1] == '=';
+    const bool nextWord = text[at - 1] == '=';  // before `from` stands a "?"
     if (nextWord || !questionMarks) return npos;
   }
   return npos;

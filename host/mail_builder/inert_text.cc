@@ -147,6 +147,7 @@ class LinkBreaker {
     return c == '.' || c == 0xFF0E || (links_ == LinkBreak::kHidden && (c == 0x3002 || c == 0xFF61));
   }
 
+  /// The code point that the unit at `i` is a part of.
   UChar32 at(std::size_t i) const {
     if constexpr (sizeof(Char) == 1) return text_[i];
     UChar32 c = 0;
@@ -160,17 +161,11 @@ class LinkBreaker {
     return i;
   }
 
-  std::size_t previous(std::size_t i) const {
-    if constexpr (sizeof(Char) == 1) return i - 1;
-    U16_BACK_1(text_.data(), std::size_t{0}, i);
-    return i;
-  }
-
   bool isWordAt(std::size_t i) const { return i < text_.size() && isLetterOrDigit(at(i)); }
 
   /// A dot between two words; in plain text one before two letters at least, so that "2.0" stays as it is.
   bool isDotOfName(std::size_t i) const {
-    if (i == 0 || !isWordAt(previous(i)) || !isWordAt(i + 1)) return false;
+    if (i == 0 || !isWordAt(i - 1) || !isWordAt(i + 1)) return false;
     return links_ == LinkBreak::kHidden || (u_isalpha(at(i + 1)) && isWordAt(next(i + 1)));
   }
 
@@ -254,7 +249,6 @@ bool showsNothing(std::string_view text) {
 }
 
 std::string inertText(std::string_view text, std::size_t characters, LinkBreak links) {
-  characters = std::max<std::size_t>(characters, 1);
   if (runOf(text, [](char c) { return (c & 0x80) == 0; }) == text.size())
     return shown<AsciiCharacters>(text, characters, links);
   const VisibleText visible = visibleText(text);

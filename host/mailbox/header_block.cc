@@ -66,7 +66,7 @@ std::string unfolded(std::string_view text) {
 
 // The body of `field` when it has this name.
 std::optional<std::string_view> bodyOf(std::string_view field, std::string_view name) noexcept {
-  if (field.size() <= name.size() || !equalsIgnoringCase(field.substr(0, name.size()), name)) return std::nullopt;
+  if (!equalsIgnoringCase(field.substr(0, name.size()), name)) return std::nullopt;
   field.remove_prefix(name.size());
   while (!field.empty() && isBlank(field.front())) field.remove_prefix(1);
   if (field.empty() || field.front() != ':') return std::nullopt;

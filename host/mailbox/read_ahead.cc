@@ -72,9 +72,8 @@ long touch(const Maildir& maildir, const Listing& messages, std::size_t begin, s
 void ReadAhead::before(const Maildir& maildir, const Listing& messages, std::size_t position, std::size_t most) {
   if (position < end_) return;
   const std::size_t rest = std::min(messages.size() - position, most);
-  const std::size_t done = position - std::exchange(begin_, position);
-  end_ = position + rest;
   if (rest < kFewest) return;
+  const std::size_t done = position - std::exchange(begin_, position);
   const long now = waitsOfThisThread();
   const long waits = helpersWaits_ + now - std::exchange(waitsBefore_, now);
   const bool cold = done > 0 && waits * 2 >= static_cast<long>(done);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/mail_builder/utf8.h"
 #include "platform/mail_builder.h"
 
 namespace Velmar {
@@ -14,9 +15,9 @@ namespace {
 
 using namespace std::string_literals;
 
-std::string decoded(const std::string& raw) {
+std::string decoded(const std::string& raw, const QRLStaticCharSetFallbacks* fallbacks = nullptr) {
   Buffer out;
-  stringToUtf8(raw, out, nullptr);
+  stringToUtf8(raw, out, fallbacks);
   return std::string(out.data() ? out.data() : "", out.length());
 }
 
@@ -33,20 +34,21 @@ void expectAll(const std::vector<Case>& cases) {
 TEST(DecodeTest, EncodedWords) {
   expectAll({
       {"nothing to decode", "Re: 10% off (really?)", "Re: 10% off (really?)"},
-      {"both encodings in lower case", "=?utf-8?b?R3LDvMOfZQ==?= =?utf-8?q?_=C3=BC?=", "Grüße ü"},
+      {"both encodings in lower case", " =?utf-8?b?R3LDvMOfZQ==?= =?utf-8?q?_=c3=af?=", " Grüße ï"},
       {"text without blanks around", "\"=?utf-8?Q?=C3=BC?=\" <a@b>", "\"ü\" <a@b>"},
       {"blanks and folds between words go",
        "=?utf-8?Q?a?= \t =?utf-8?Q?b?=\r\n =?utf-8?Q?c?=\n\t=?utf-8?Q?d?=", "abcd"},
       {"empty words", "=?utf-8?Q?\?==?utf-8?B?\?=x", "x"},
       {"decoded once", "=?utf-8?Q?=3D=3Futf-8=3FQ=3Fx=3F=3D?=", "=?utf-8?Q?x?="},
-      {"question mark inside Q", "=?utf-8?Q?why?_?=", "why? "},
+      {"question and equals signs inside Q", "=?utf-8?Q?=wh=0y?_=~0?\?=", "=wh=0y? =~0?"},
       {"a word that ends in an equals sign", "=?utf-8?Q?a=3D?= =?utf-8?Q?a=?=", "a=a="},
-      {"padding in the middle of a word", "=?UTF-8?B?SGVsbG8=IHdvcmxk?=", "Hello world"},
+      {"padding in the middle of a word", "=?UTF-8?B?SGVsbG8= \t\r\nIHdvcmxk?=", "Hello world"},
       {"a lone last digit", "=?UTF-8?B?SGVsbG8hS?=", "Hello!"},
       {"a character split between Q and B", "=?UTF-8?Q?Gr=C3?= =?utf-8?B?vMOfZQ==?=", "Grüße"},
       {"foreign characters in base64", "=?utf-8?B?a*b?=", "=?utf-8?B?a*b?="},
       {"one base64 digit", "=?utf-8?B?S?=", "=?utf-8?B?S?="},
-      {"the next word is sound", "=?utf-8?Q?abc =?utf-8?Q?=C3=BC?=", "=?utf-8?Q?abc ü"},
+      {"the next word is sound", "=?=?utf-8?Q?=C3=BC?= =?utf-8?Q?abc =?utf-8?Q?=C3=BC?=", "=?ü =?utf-8?Q?abc ü"},
+      {"no words", "b?\?= =?utf 8?Q?x?= =?utf-8?QQ?x?= =?utf-8", "b?\?= =?utf 8?Q?x?= =?utf-8?QQ?x?= =?utf-8"},
       {"blanks beside a broken word stay", "=?utf-8?Q?a?= =?utf-8?Z?b?= =?utf-8?Q?c?=", "a =?utf-8?Z?b?= c"},
   });
 }
@@ -57,11 +59,12 @@ TEST(DecodeTest, Charsets) {
       {"big5 of Hong Kong", "=?big5?B?x1U=?=", "の"},
       {"windows-949 under its number", "=?cp949?B?lVc=?=", "뷭"},
       {"a name of senders' own", "=?X-GBK?B?gUA=?= =?x-nonsense?Q?=FC?=", "丂ü"},
-      {"shift_jis, split character", "=?Shift_JIS?B?k/o=?= =?Shift_JIS?B?lns=?=", "日本"},
-      {"iso-2022-jp, one state a word", "=?ISO-2022-JP?B?GyRCRnxLXA==?= =?ISO-2022-JP?Q?abc?=", "日本abc"},
+      {"a split character beside a wrong word",
+       "=?gb2312?Q?=C3?= =?gb2312?Q?=BC?= =?gb2312?Q?a?= =?gb2312?Q?=FF?=", "眉aÿ"},
+      {"iso-2022-jp, one state a word", "=?ISO-2022-JP?B?GyRCRnxLXA==?= =?ISO-2022-JP?Q?abcd?=", "日本abcd"},
       {"unknown, UTF-8 does not fit", "=?x-nonsense?Q?Gr=FC=DFe?=", "Grüße"},
-      {"wrong: UTF-8 as ASCII", "=?us-ascii?Q?Gr=C3=BC=C3=9Fe?=", "Grüße"},
-      {"one wrong word of three", "=?utf-8?Q?=C3=BC?= =?utf-8?Q?_=FC_?= =?utf-8?Q?=C3=9F?=", "ü ü ß"},
+      {"wrong: UTF-8 as Big5, which fits more than half", "=?big5?Q?Gr=C3=BC=C3=BC=C3=9Fe?=", "Grüüße"},
+      {"one wrong word of three", "=?utf-8?Q?=C3=BC?= =?utf-8?Q?_=FC=C3=BC_?= =?utf-8?Q?=C3=9F?=", "ü üÃ¼ ß"},
       {"Shift_JIS cut in mid-character", "=?shift_jis?B?k/qWe4w=?=", "日本\uFFFD"},
       {"a charset that ICU knows and Debian leaves out", "=?macos-37_5-10.2?Q?=C3=BC?=", "ü"},
       {"an option of ICU's", "=?utf-8,version=1?Q?=C3=BC?=", "ü"},
@@ -70,13 +73,23 @@ TEST(DecodeTest, Charsets) {
 
 TEST(DecodeTest, RawBytesAndControls) {
   expectAll({
-      {"damaged UTF-8", "f\xC3\xBCr \xC3\xBC \xE2\x82", "für ü \uFFFD"},
-      {"controls", "a\tb\x01z\x7fy\0x"s, "a b z y x"},
+      {"damaged UTF-8", "f\xC3\xBCr \xC2\x80 \xE2\x82", "für   \uFFFD"},
+      {"controls", "a\tü\x01z\x7fy\0x"s, "a ü z y x"},
+      {"nothing but a control", "a\x7f", "a "},
       {"line ends that fold nothing", "a\rb\nc\r\nd\r\n", "a b c  d  "},
-      {"a fold after a word, none after a blank", "a\n b \nc", "a b  c"},
+      {"a fold after a word, none after a blank", "\n\n a\r\n b\n\tc \nd", "  a b c  d"},
       {"encoded line ends", "=?utf-8?Q?a=0D=0AX-Evil:_1=00=01=09b?=", "a  X-Evil: 1   b"},
-      {"C1 and line separators", "a\u0085b\u009Fc\u2028d\u2029e", "a b c d e"},
+      {"C1 and line separators", "a\u0085b\u009Fc\u2028d\u2029e\u00A0", "a b c d e\u00A0"},
   });
+  EXPECT_EQ(Host::oneLine(std::string_view("üü").substr(0, 3)), "ü\uFFFD") << "what follows was read";
+}
+
+TEST(DecodeTest, DamageShowsWhereNoFallbackFits) {
+  struct Ascii final : QRLStaticCharSetFallbacks {
+    const std::vector<std::string> names{"us-ascii"};
+    const std::vector<std::string>& charsets() const override { return names; }
+  } ascii;
+  EXPECT_EQ(decoded("=?none?Q?=FC?= =?shift_jis?Q?=93=FA=FF?= a", &ascii), "\uFFFD日\uFFFD a");
 }
 
 TEST(DecodeTest, WordsOfAnyLengthInAnyCharsetGiveTheirText) {

@@ -96,22 +96,30 @@ TEST_F(MailTest, BodiesComeThroughAsTheyAre) {
 }
 
 TEST_F(MailTest, SubjectsAndNamesComeThroughAsTheyAre) {
-  const std::vector<std::string> texts = {
-      "",
-      "a  b",
-      "Example, Inc. \"mail\" \\",
-      "Größe, Inc. <evil@x>",
-      "Quarantänebericht: 12 zurückgehaltene Nachrichten, von gestern 18:00 Uhr bis heute 18:00 Uhr",
-      "隔離レポート: 保留されたメッセージが届いています。内容を確認して、必要なものを解放してください。",
-      "=?utf-8?Q?not_encoded?=",
-      std::string(1500, 'x'),
-      "words " + std::string(60, 'y') + " that need a second line and a third one " + std::string(90, 'z') + " end",
+  const auto x = [](std::size_t count) { return std::string(count, 'x'); };
+  const auto word = [](const std::string& text) { return "=?UTF-8?" + text + "?="; };
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {"Example,  Inc. \"mail\" \\", "Example,  Inc. \"mail\" \\"},
+      {"<azAZ09 !*+-/ é", word("Q?=3CazAZ09_!*+-/_=C3=A9")},
+      {"abcdefé", word("Q?abcdef=C3=A9")},  // as long as in base64
+      {"abcdefgé", word("B?YWJjZGVmZ8Op")},
+      {"xé" + x(45) + "y", word("Q?x=C3=A9" + x(45)) + " " + word("Q?y")},
+      {"日日日日日日日日日日日日日日",
+       word("B?5pel5pel5pel5pel5pel5pel5pel5pel5pel5pel5pel5pel5pel") + " " + word("B?5pel")},
+      {"=?utf-8?Q?not?=", word("B?PT91dGYtOD9RP25vdD89")},
+      {x(201), word("Q?" + x(52)) + " " + word("Q?" + x(52)) + " " + word("Q?" + x(52)) + " " + word("Q?" + x(45))},
   };
-  for (const std::string& text : texts) {
-    mail.header_subject(Host::encodeUnstructured(text));
+  for (const auto& [text, want] : cases) {
+    EXPECT_EQ(Host::encodeUnstructured(text), want);
+    mail.header_subject(want);
     mail.header_from(Host::encodeMailbox(text, EmailAddress::rfc5322Parse("q@x.org", true)));
     EXPECT_THAT(sentAndDescribed(), AllOf(StartsWith(head(text + " <q@x.org>", text)), EndsWith(soundHtml)));
   }
+  EXPECT_EQ(Host::encodeUnstructured("a\x7f"), word("Q?a=7F"));
+  EXPECT_EQ(Host::encodeUnstructured(x(200) + " " + x(200)), x(200) + " " + x(200));
+  const std::string first = x(36) + " " + x(35), second = " b " + x(73);
+  EXPECT_EQ(Host::foldedField("A", first + second), "A: " + first + "\r\n" + second + "\r\n");
 }
 
 TEST_F(MailTest, Envelope) {

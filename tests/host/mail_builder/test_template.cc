@@ -118,7 +118,7 @@ TEST(TemplateValuesTest, SenderIsNameAndAddress) {
       {"Ann <a@x>", "+Ann|+a@x|"},
       {"a@x", "|+a@x|"},
       {"\"bank@safe\" <evil@x>", "+bank@safe|+evil@x|"},
-      {"bank@safe <evil@x>", "+bank@safe|+evil@x|"},  // not by the grammar
+      {" bank@safe <evil@x> ", "+bank@safe|+evil@x|"},  // not by the grammar
       {"=?utf-8?Q?a=40safe_=3Cb=40safe=3E?=\r\n\t<evil@x>", "+a@safe <b@safe>|+evil@x|"},
       {"M\xFCller <m@x>", "+Müller|+m@x|"},
       {"a@x, b@x", "+a@x, b@x||"},
@@ -184,26 +184,34 @@ TEST(InertTextTest, DisguisesAreTakenOffAndLinksBroken) {
     std::string held, page, text;
   } cases[] = {
       {"invoice\u202Efdp.exe", "invoicefdp." + z + "exe", "invoicefdp[.]exe"},
-      {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041", "payp", "payp"},
-      {"👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F", "👩\u200D🚀❤\uFE0F"},
-      {"\uFE10a\uFE00", "\uFE10a\uFE00", "\uFE10a\uFE00"},  // a comma, not a selector of variants
+      {"p\u200Ba\u00ADy\uFEFF\u2066p\u2069\U000E0041\u3164\uFFF9", "payp", "payp"},
+      {"👩🏽\u200D🚀❤\uFE0F\u200D🔥\u200B", "👩🏽\u200D🚀❤\uFE0F\u200D🔥",
+       "👩🏽\u200D🚀❤\uFE0F\u200D🔥"},
+      {"\uFE0F\uFE10a\uFE00\u0080", "\uFE10a\uFE00\u0080", "\uFE10a\uFE00\u0080"},  // FE10: a comma, no selector
       {"क्\u200Dष क्\u200Cष a\u200Db", "क्\u200Dष क्\u200Cष ab", "क्\u200Dष क्\u200Cष ab"},
-      {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
-      {"see http://a.bc/d", "see http:" + z + "//a." + z + "bc/d", "see http[:]//a[.]bc/d"},
+      {"\u0301a\u0301\u0301\u0301\u0301\u0301\u0301\uFE0F", "a\u0301\u0301\u0301\u0301", "a\u0301\u0301\u0301\u0301"},
+      {"://Re: a:b/ http://a.bc//d://", ":" + z + "//Re: a:b/ http:" + z + "//a." + z + "bc//d:" + z + "//",
+       "[:]//Re: a:b/ http[:]//a[.]bc//d[:]//"},
       {"mail@x.org", "mail" + z + "@x." + z + "org", "mail@x[.]org"},
       {"3.50 a. b ... V2.x", "3." + z + "50 a. b ... V2." + z + "x", "3.50 a. b ... V2.x"},
-      {"abcdefghijklmn", "abcdefghijk…", "abcdefghijk…"},
+      {"9.0 Z.A z.a .net 2.a1 b.", "9." + z + "0 Z." + z + "A z." + z + "a .net 2." + z + "a1 b.",
+       "9.0 Z.A z.a .net 2[.]a1 b."},
+      {"\U0001D41A\uFF0Ebc\u3002d\uFF61e", "\U0001D41A\uFF0E" + z + "bc\u3002" + z + "d\uFF61" + z + "e",
+       "\U0001D41A[\uFF0E]bc\u3002d\uFF61e"},
+      {"abcdefghijk\u0301lmn", "abcdefghijk\u0301…", "abcdefghijk\u0301…"},
       {"ab日本語日本語日本語", "ab日本語日本語…", "ab日本語日本語…"},
-      {"ab日本語日本語é", "ab日本語日本語é", "ab日本語日本語é"},
-      {"ab&&&&&", "ab&&&…", "ab&&&&&"},
+      {"ab日本語日本語cdef", "ab日本語日本語cdef", "ab日本語日本語cdef"},
+      {"abcdef&&&&&", "abcdef&&&…", "abcdef&&&&&"},
       {"ab.cd.ef.gh.ij.kl", "ab." + z + "cd." + z + "ef." + z + "gh…", "ab[.]cd[.]ef[.]gh…"},
-      {std::string(34, 'w'), std::string(30, 'w') + z + "wwww", std::string(34, 'w')},
+      {" " + std::string(34, 'w'), " " + std::string(30, 'w') + z + "wwww", " " + std::string(34, 'w')},
       {"👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀👩\u200D🚀", "👩\u200D🚀…", "👩\u200D🚀…"},
   };
   for (const auto& [held, page, text] : cases) {
     const std::size_t limit = held.starts_with("ab") || held.starts_with("👩\u200D🚀👩") ? 12 : 40;
-    EXPECT_EQ(Host::inertText(held, limit, Host::LinkBreak::kHidden), page) << held;
-    EXPECT_EQ(Host::inertText(held, limit, Host::LinkBreak::kVisible), text) << held;
+    const std::string longer = held + "x";  // which is not looked at
+    const std::string_view view = std::string_view(longer).substr(0, held.size());
+    EXPECT_EQ(Host::inertText(view, limit, Host::LinkBreak::kHidden), page) << held;
+    EXPECT_EQ(Host::inertText(view, limit, Host::LinkBreak::kVisible), text) << held;
   }
   const auto one = filled({kHeader, "{{ORIG_SUBJECT:x-inert=9}}", "t"});
   one->subject("<b>\"\u202E&<<<<<", "ORIG_SUBJECT");

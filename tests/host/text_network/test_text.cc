@@ -1,4 +1,4 @@
-// Dates, escaping, URLs, IP addresses and digests, under a French locale, which no answer may show.
+// Dates, escaping, URLs, IP addresses and digests, under a French locale and in Berlin, which no answer may show.
 
 #include <gtest/gtest.h>
 #include <unicode/datefmt.h>
@@ -6,6 +6,7 @@
 #include <unicode/timezone.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iomanip>
 #include <memory>
 #include <sstream>
@@ -14,6 +15,7 @@
 #include <tuple>
 #include <vector>
 
+#include "host/common/current_time.h"
 #include "platform/text_network.h"
 #include "platform/types.h"
 
@@ -25,6 +27,7 @@ using namespace std::string_literals;
 class TextTest : public testing::Test {
  protected:
   static void SetUpTestSuite() {
+    ::setenv("TZ", "Europe/Berlin", 1);
     UErrorCode status = U_ZERO_ERROR;
     icu::Locale::setDefault(icu::Locale::getFrance(), status);
   }
@@ -45,7 +48,7 @@ std::string inWords(const char* when, const char* language) {
   const std::tm time = fields(when);
   char out[1024] = "unwritten";
   const int status = translate_datetime(&time, 2, language, out, sizeof out);
-  EXPECT_EQ(status == 0, out[0] != '\0');
+  EXPECT_EQ(status, out[0] == '\0' ? -1 : 0);
   return status == 0 ? out : "failed";
 }
 
@@ -78,7 +81,7 @@ std::string icuWords(const char* when, const icu::Locale& locale) {
 }
 
 TEST_F(TextTest, DatesInAllLanguagesAreIcusInAllThreadsAndInAnyOrder) {
-  const std::vector<const char*> moments = {kEvening, "2025-11-22 00:05:59", "1969-12-31 23:59:00",
+  const std::vector<const char*> moments = {kEvening, "2025-11-22 00:05:59", "1970-01-01 00:00:00",
                                             "2025-03-20 12:00:00"};
   int32_t count = 0;
   const icu::Locale* locales = icu::Locale::getAvailableLocales(count);
@@ -104,25 +107,25 @@ TEST_F(TextTest, DatesInAllLanguagesAreIcusInAllThreadsAndInAnyOrder) {
 
 TEST_F(TextTest, DatesShowTheFieldsAsTheyAreAndNormaliseThoseOutOfRange) {
   const std::vector<std::pair<const char*, const char*>> rows = {
-      {"1582-10-10 12:0:0", "10.10.1582, 12:00"},
-      {"9999-12-31 23:59:59", "31.12.9999, 23:59"},
-      {"2024-2-30 24:60:0", "02.03.2024, 01:00"},
-      {"2025-1-0 -1:-1:0", "30.12.2024, 22:59"},
+      {"1582-10-10 12:0:0", "10.10.1582, 12:00"},   {"9999-12-31 23:59:59", "31.12.9999, 23:59"},
+      {"2024-2-30 24:60:0", "02.03.2024, 01:00"},   {"2025-1-0 -1:-1:0", "30.12.2024, 22:59"},
       {"1969-12-31 23:59:59", "31.12.1969, 23:59"},  // the time -1, which is also timegm's sign of failure
-      {"2147483647-1-1 0:0:0", "failed"}};
+      {"2147483647-1-1 0:0:0", "failed"},           {"2147483647-2147483647-1 0:0:0", "failed"}};
   for (const auto& [when, want] : rows) EXPECT_EQ(inWords(when, "de"), want) << "of " << when;
 }
 
 TEST_F(TextTest, DatesFillTheBufferWholeOrNotAtAll) {
-  const std::tm when = fields(kEvening);
+  std::tm when = fields("2025-03-30 01:30:00");  // half an hour before summer time begins
+  when.tm_gmtoff = 3600;
   char out[] = "xxxxxxxxxxxxxxxxxxxx";
   EXPECT_EQ(translate_datetime(&when, 2, "de", out, 0), -1);
   EXPECT_EQ(out[0], 'x');
   EXPECT_EQ(translate_datetime(&when, 2, "de", out, 17), -1);
   EXPECT_STREQ(out, "");
   EXPECT_EQ(translate_datetime(&when, 2, "de", out, 18), 0);
-  EXPECT_STREQ(out, "22.11.2025, 19:27");
+  EXPECT_STREQ(out, "30.03.2025, 01:30");
   EXPECT_EQ(out[18], 'x');
+  EXPECT_EQ(Host::zoneOfTimeInWords(), "Mitteleuropäische Normalzeit, UTC+1");
   EXPECT_EQ(translate_datetime(&when, 3, "de", out, sizeof out), -1);
   EXPECT_EQ(translate_datetime(nullptr, 2, "de", out, sizeof out), -1);
   EXPECT_STREQ(out, "");
@@ -147,7 +150,7 @@ TEST_F(TextTest, HtmlEncodeAndTrimLeft) {
 TEST_F(TextTest, BuildHttpUrl) {
   using Row = std::tuple<std::uint32_t, int, std::string>;  // "" = refused
   const std::vector<Row> rows = {{443, 1, "https://[::1]"},
-                                 {80, 1, "https://[::1]:80"},
+                                 {1, 1, "https://[::1]:1"},
                                  {80, 0, "http://[::1]"},
                                  {443, 0, "http://[::1]:443"},
                                  {65535, 1, "https://[::1]:65535"},
@@ -156,11 +159,16 @@ TEST_F(TextTest, BuildHttpUrl) {
   for (const auto& [port, secure, want] : rows) {
     const auto length = static_cast<int>(want.size());
     std::string out(40, 'x');
-    EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), length + 1), length ? length : -1) << port;
+    const int size = length ? length + 1 : 40;
+    EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), size), length ? length : -1) << port;
     EXPECT_EQ(out, want + '\0' + std::string(39 - want.size(), 'x')) << port;
-    EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), length), -1) << port;
-    EXPECT_STREQ(out.c_str(), "") << port;
+    for (const int few : {length, 1, 0}) {
+      out.assign(40, 'x');
+      EXPECT_EQ(vlm_build_http_url("[::1]", port, secure, out.data(), few), -1) << port;
+      EXPECT_EQ(out[0], few ? '\0' : 'x') << port;
+    }
   }
+  EXPECT_EQ(vlm_build_http_url("[::1]", 80, 0, nullptr, 40), -1);
 }
 
 TEST_F(TextTest, IpAddresses) {
