@@ -7,19 +7,18 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <ctime>
 #include <memory>
 #include <system_error>
 #include <utility>
 
+#include "host/common/file_time.h"
 #include "platform/types.h"
 
 namespace Velmar::Host {
 namespace {
 
 // A file changed this shortly before it was looked at may change once more within the same tick of its time stamp.
-constexpr long long kUnsettled = 50'000'000;  // nanoseconds
+constexpr std::int64_t kUnsettled = 50'000'000;  // nanoseconds
 
 constexpr std::size_t kStep = std::size_t{64} << 10;
 
@@ -29,12 +28,6 @@ struct CloseDirectory {
 
 Exception notListed(const std::string& path) {
   return Exception("FileException", 4, "SystemFile", __LINE__, path + " cannot be listed: " + errorText(errno));
-}
-
-// A file can have any time: from the year 2262 on all are one.
-long long nanoseconds(const struct timespec& time) {
-  constexpr long long kSecond = 1'000'000'000, kFarthest = LLONG_MAX / kSecond - 1;
-  return std::clamp<long long>(time.tv_sec, -kFarthest, kFarthest) * kSecond + time.tv_nsec;
 }
 
 }  // namespace
@@ -49,10 +42,8 @@ FileIdentity identityAt(const std::string& path) noexcept {
 }
 
 bool isSettled(const FileIdentity& identity) noexcept {
-  struct timespec moment {};
-  ::clock_gettime(CLOCK_REALTIME, &moment);
-  const long long now = nanoseconds(moment);
-  const auto justNow = [now](long long time) { return time > now - kUnsettled && time <= now; };
+  const std::int64_t now = nanosecondsNow();
+  const auto justNow = [now](std::int64_t time) { return time > now - kUnsettled && time <= now; };
   return !justNow(identity.modified) && !justNow(identity.changed);
 }
 

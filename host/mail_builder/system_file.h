@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,8 +18,8 @@ struct FileIdentity {
   dev_t device = 0;
   ino_t inode = 0;
   off_t size = 0;
-  long long modified = 0;  ///< nanoseconds since the epoch
-  long long changed = 0;   ///< of the inode, nanoseconds since the epoch
+  std::int64_t modified = 0;  ///< nanoseconds since the epoch
+  std::int64_t changed = 0;   ///< of the inode, nanoseconds since the epoch
 
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };

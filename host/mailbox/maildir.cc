@@ -9,9 +9,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <tuple>
 
+#include "host/common/file_time.h"
 #include "host/mailbox/maildir_name.h"
 
 namespace Velmar::Host {
@@ -19,19 +19,6 @@ namespace {
 
 // Directory times advance with the kernel's clock tick (at most 10 ms); a change within this span may leave no trace.
 constexpr long kTimeGrain = 20'000'000;  // nanoseconds
-
-// A moment of a file system's clock, in nanoseconds since the epoch. Whoever may write there can give a directory any
-// time: from the year 2262 on all are one.
-std::int64_t nanoseconds(const timespec& moment) {
-  constexpr std::int64_t kSecond = 1'000'000'000, kFarthest = INT64_MAX / kSecond - 1;
-  return std::clamp<std::int64_t>(moment.tv_sec, -kFarthest, kFarthest) * kSecond + moment.tv_nsec;
-}
-
-std::int64_t now() {
-  timespec moment{};
-  ::clock_gettime(CLOCK_REALTIME, &moment);
-  return nanoseconds(moment);
-}
 
 std::int64_t changeTime(int directory, const std::string& path) {
   struct stat status {};
@@ -106,7 +93,7 @@ bool Maildir::listFolder(Folder& folder, const TimeWindow& window, Listing& foun
   if (!folder.directory) return false;
   const int directory = folder.directory.get();
   DirectoryReader entries(folder.directory, folder.path);
-  const std::int64_t start = now();
+  const std::int64_t start = nanosecondsNow();
   const std::int64_t before = changeTime(directory, folder.path);
   while (const dirent64* entry = entries.next()) {
     if (!mayBeMessage(*entry)) continue;
