@@ -76,7 +76,7 @@ std::optional<std::int32_t> middleOf(const icu::UnicodeString& pattern) {
 }
 
 /// The dates of one language in words. The day and the minute are worded apart and kept, because ICU takes longer for a
-/// date than the rest of a row takes, and a report has few days. Used by one thread.
+/// date than the rest of a row takes, and reports have few days. Used by one thread.
 class DateWords {
  public:
   explicit DateWords(std::unique_ptr<icu::DateFormat> whole) : whole_(std::move(whole)) {
@@ -97,19 +97,22 @@ class DateWords {
   std::string at(std::int64_t seconds) {
     if (minutes_.empty()) return worded(*whole_, seconds);
     const std::int64_t day = (seconds - (seconds % kSecondsPerDay + kSecondsPerDay) % kSecondsPerDay) / kSecondsPerDay;
-    if (day != day_ || dayText_.empty()) {
-      dayText_ = worded(*halves_[dayFirst_ ? 0 : 1], seconds);
-      day_ = day;
-    }
+    Day& kept = days_[static_cast<std::uint64_t>(day) % days_.size()];
+    if (kept.number != day || kept.text.empty()) kept = {day, worded(*halves_[dayFirst_ ? 0 : 1], seconds)};
     std::string& minute = minutes_[static_cast<std::size_t>((seconds - day * kSecondsPerDay) / kSecondsPerMinute)];
     if (minute.empty()) minute = worded(*halves_[dayFirst_ ? 1 : 0], seconds);
-    if (dayText_.empty() || minute.empty()) return {};
-    return dayFirst_ ? dayText_ + minute : minute + dayText_;
+    if (kept.text.empty() || minute.empty()) return {};
+    return dayFirst_ ? kept.text + minute : minute + kept.text;
   }
 
  private:
   static constexpr std::int64_t kSecondsPerDay = 86400;
   static constexpr std::int64_t kSecondsPerMinute = 60;
+
+  struct Day {
+    std::int64_t number = 0;  ///< since 1970
+    std::string text;         ///< "" = not worded yet
+  };
 
   static std::unique_ptr<icu::DateFormat> half(const icu::SimpleDateFormat& whole, const icu::UnicodeString& pattern) {
     std::unique_ptr<icu::SimpleDateFormat> made(whole.clone());
@@ -126,8 +129,7 @@ class DateWords {
   std::unique_ptr<icu::DateFormat> whole_;
   std::array<std::unique_ptr<icu::DateFormat>, 2> halves_;  ///< null when the pattern has none
   bool dayFirst_ = false;
-  std::int64_t day_ = 0;
-  std::string dayText_;               ///< of day_; "" = none yet
+  std::array<Day, 8> days_;           ///< a week, in places of their own, and the day after
   std::vector<std::string> minutes_;  ///< of a day, "" = not worded yet; empty when there are no halves
 };
 
